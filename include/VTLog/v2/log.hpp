@@ -1,0 +1,203 @@
+// libVTLog, second-generation interface: named loggers in a tree, early queueing, sinks.
+#pragma once
+
+#include <boost/log/attributes/attribute_name.hpp>
+#include <boost/log/core/core.hpp>
+#include <boost/log/core/record_view.hpp>
+#include <boost/log/sinks/sink.hpp>
+#include <boost/shared_ptr.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#if defined(__GNUC__) || defined(__clang__)
+#define VTLOG_API __attribute__((visibility("default")))
+#else
+#define VTLOG_API
+#endif
+
+namespace VT::Logging::v2 {
+
+// Severity of a message. A message passes a logger when its level is greater than or equal to
+// the logger's level (signed comparison); 0 lets everything through. Any int value is a valid
+// level; the named ones are conventional points on the scale. Levels are never printed.
+enum class VTLOG_API log_level : std::int32_t {
+    trace = 0,
+    debug = 1,
+    info = 2,
+    warning = 3,
+    error = 4,
+    critical = 5,
+};
+
+// The text of one message, produced on demand. `get_str` is called at most once per `log` call,
+// synchronously on the calling thread, and only when the message can be logged: never when the
+// level is filtered out on a running source or when the source has finished. The view must stay
+// valid until `log` returns; the library copies the text if it keeps the record.
+// `get_str` may run while the library holds a lock of the logger: it must not log through the
+// same logger.
+class VTLOG_API log_function_ref {
+public:
+    virtual std::string_view get_str() const = 0;
+
+protected:
+    ~log_function_ref() = default;
+};
+
+class logger_source;
+
+namespace sink {
+class base;
+} // namespace sink
+
+// A handle to one node of a logger tree. Cheap to copy; copies name the same node. Usable from
+// any thread, and after its logger_source has been destroyed (it then writes nothing).
+class logger {
+public:
+    struct data;
+
+    // Terminates the process if `node` is null.
+    VTLOG_API explicit logger(std::shared_ptr<data> node) noexcept;
+
+    // Writes one message. On a running source a message below the logger's level costs a load
+    // and a comparison and never asks for its text. Before the source starts, the message is
+    // held and filtered when `logger_source::start_logging` replays it. A text that is empty or
+    // only white space is not logged. Exceptions from `text.get_str()` propagate.
+    //
+    // One overlap is reported rather than hidden: a message logged on another thread in the
+    // instant between the source switching to running and the start-up marker leaving the tree
+    // makes this call throw std::invalid_argument ("... consume_impl Assertion redo_ptr
+    // failed.") and is not written. Start logging before other threads log to avoid it.
+    VTLOG_API void log(log_level level, log_function_ref const& text) const;
+
+    // The current level of this logger; read without a lock.
+    VTLOG_API log_level get_log_level() const noexcept;
+
+    // The full dotted domain of this logger; valid while any handle to the node lives.
+    VTLOG_API std::string_view get_domain() const noexcept;
+
+    // The logger at the dotted `path` below this one, created on first use. An empty path
+    // returns this logger. Throws std::invalid_argument for a path made only of dots.
+    VTLOG_API logger get_child_logger(std::string path) const;
+
+private:
+    std::shared_ptr<data> node_;
+};
+
+// Writes a finished text; same behaviour as `logger::log`.
+VTLOG_API void log_str(logger const& l, log_level level, std::string_view text);
+
+// Owns one logger tree and the pipeline that carries its messages into Boost.Log.
+// It starts enqueueing: messages of its loggers are held until `start_logging`, which replays
+// them through the level filter into the sinks attached at that moment. Destroying the source
+// finishes it: held messages are discarded and its loggers stop writing.
+// All members may be called from any thread.
+class logger_source {
+public:
+    struct data;
+
+    logger_source() noexcept = default;
+    logger_source(logger_source&& other) noexcept
+        : data_(std::atomic_exchange(&other.data_, std::shared_ptr<data>()))
+    {
+    }
+    // Takes over `other`'s tree. The tree this handle held before is dropped without being
+    // finished: it lives on while its loggers do.
+    logger_source& operator=(logger_source&& other) noexcept
+    {
+        std::atomic_store(&data_, std::atomic_exchange(&other.data_, std::shared_ptr<data>()));
+        return *this;
+    }
+    logger_source(logger_source const&) = delete;
+    logger_source& operator=(logger_source const&) = delete;
+    VTLOG_API ~logger_source();
+
+    // The shared state, created on first use by whichever thread needs it first.
+    VTLOG_API std::shared_ptr<data> get_data();
+
+    // Sets the root level, replays the held messages through the level filter into the attached
+    // sinks, and switches to running. Throws std::invalid_argument when called a second time
+    // (after the root level has been changed), and propagates exceptions of sinks.
+    VTLOG_API void start_logging(log_level level);
+
+    // The logger at the dotted `path`, created on first use. Throws std::invalid_argument for an
+    // empty path or a path made only of dots.
+    VTLOG_API logger get_child_logger(std::string path);
+
+    // Gives the branch at `path` an explicit level that its ancestors no longer override, and
+    // keeps the branch alive so the setting survives while no handle names it.
+    VTLOG_API void set_child_log_level(std::string path, log_level level);
+
+    // Makes the branch at `path` follow its parent's level again and releases it.
+    VTLOG_API void reset_child_log_level(std::string path);
+
+    // Attaches a sink: records of this tree reach it from now on (once the source runs).
+    // Returns false if it was already attached.
+    VTLOG_API bool add_sink(std::shared_ptr<sink::base> sink);
+
+    // Detaches a sink. Records stop reaching every sink with the same routing name. Returns
+    // whether this sink was attached.
+    VTLOG_API bool remove_sink(std::shared_ptr<sink::base> sink);
+
+private:
+    std::shared_ptr<data> data_;
+};
+
+namespace sink {
+
+// The value type of the routing attributes: only the presence of a marker matters.
+struct VTLOG_API is_sink {};
+
+// The library's handle to one Boost.Log sink. The sink is registered with the Boost.Log core
+// for as long as the handle lives, behind a filter that admits only records of loggers that
+// carry `name` (that is, of sources the handle is attached to) and never records that a
+// source is still holding. Create it with std::make_shared; share it by pointer.
+class VTLOG_API base : public std::enable_shared_from_this<base> {
+public:
+    // Registers `sink` (which may be empty) with the core. Propagates Boost.Log exceptions.
+    base(boost::log::attribute_name name, boost::shared_ptr<boost::log::sinks::sink> sink);
+    ~base();
+    base(base const&) = delete;
+    base& operator=(base const&) = delete;
+
+    boost::shared_ptr<boost::log::core> const core;
+    boost::log::attribute_name const name;
+    boost::shared_ptr<boost::log::sinks::sink> const wrapper;
+};
+
+namespace detail {
+// The Boost.Log sink that `handle` was built with, or an empty pointer.
+VTLOG_API boost::shared_ptr<boost::log::sinks::sink>
+get_unwrapped_sink(std::shared_ptr<base> const& handle) noexcept;
+} // namespace detail
+
+// The process-wide standard-output sink: "[domain] message" per line ("message" alone on the
+// root logger), flushed after every record. Every call returns the same handle. Thread-safe.
+VTLOG_API std::shared_ptr<base> get_stdout();
+
+// The process-wide standard-error sink, formatted like get_stdout().
+VTLOG_API std::shared_ptr<base> get_stderr();
+
+// The sink that appends to rotating files named by `pattern` (Boost.Log file-name placeholders
+// such as %Y-%m-%d and %2N; its directory holds the files). Files rotate after `rotation_size`
+// bytes and daily at local midnight; the oldest files of the directory are deleted to keep its
+// total under `max_total_size`. Every record is flushed. While a sink for `pattern` lives, the
+// same handle is returned and the sizes are ignored. Thread-safe. Throws Boost.Filesystem or
+// Boost.Log exceptions when the directory cannot be used.
+VTLOG_API std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
+                                        unsigned long max_total_size);
+
+} // namespace sink
+
+// Names the calling thread in the records it opens from now on (the file line shows it).
+VTLOG_API void set_current_thread_name(std::string const& name);
+
+namespace impl {
+// The local time text of a record ("2024-05-01 09:30:12.045+02:00"), or
+// "????-??-?? ??:??:??.???-??:??" when the record has none. Never throws.
+VTLOG_API std::string_view get_time(boost::log::record_view const& record) noexcept;
+} // namespace impl
+
+} // namespace VT::Logging::v2

@@ -1,0 +1,68 @@
+// A logger source's shared state: its tree, its state machine, its early queue and its sinks.
+#pragma once
+
+#include "VTLog/v2/log.hpp"
+
+#include <boost/log/attributes/attribute_name.hpp>
+#include <boost/log/attributes/attribute_value_set.hpp>
+#include <boost/log/core/record.hpp>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+namespace VT::Logging::v2 {
+
+struct logger_source::data : std::enable_shared_from_this<logger_source::data> {
+    enum class state : std::int32_t {
+        enqueueing = 0, // records are captured into `queue`
+        running = 1,    // records go to the core, filtered by level when logged
+        finished = 2,   // messages are dropped unformatted
+    };
+
+    // One call of logger::log, on the caller's stack. `text` is filled the first time the text
+    // is needed, so a message that is redone asks for its text once.
+    struct message {
+        v2::logger::data* logger;
+        log_level level;
+        log_function_ref const* function;
+        std::string_view text;
+    };
+
+    data();
+    ~data();
+    data(data const&) = delete;
+    data& operator=(data const&) = delete;
+
+    // Creates the root, the process-wide Boost.Log set-up on first use, and marks the tree as
+    // enqueueing. Called before the data is shared.
+    void make_root();
+    // Replays `queue` through the level filter and switches to running.
+    void run();
+    // Switches to finished, strips every marker and releases the tree; held records are dropped.
+    void finish();
+
+    void add_log_message(message& m);
+    boost::log::record make_record(message& m);
+
+    // Marker walks over the whole tree; the caller holds `mutex` (or is building the data).
+    void add_sink(boost::log::attribute_name const& name);
+    void remove_sink(boost::log::attribute_name const& name);
+    void remove_all_sinks();
+
+    boost::shared_ptr<boost::log::core> const core;
+    std::shared_ptr<logger::data> root;
+    std::mutex mutex; // guards queue, pinned_children, sinks and every change of `current`
+    std::atomic<state> current{state::enqueueing};
+    std::vector<boost::log::attribute_value_set> queue;
+    std::unordered_map<std::string, std::shared_ptr<logger::data>> pinned_children;
+    std::unordered_set<std::shared_ptr<sink::base>> sinks;
+};
+
+} // namespace VT::Logging::v2

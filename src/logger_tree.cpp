@@ -1,0 +1,252 @@
+// The logger tree: path walk, node construction with inherited level and markers, level rules.
+#include "logger_tree.hpp"
+
+#include "assert.hpp"
+#include "attribute_values.hpp"
+#include "logger_source.hpp"
+#include "record_names.hpp"
+
+#include <boost/log/attributes/constant.hpp>
+
+namespace VT::Logging::v2 {
+namespace impl {
+namespace {
+
+// Yields one member of the calling thread's message slot of a node.
+template <class Storage, boost::log::attribute_value message_data<char>::*Member>
+class thread_local_attribute_impl : public boost::log::attribute::impl {
+public:
+    explicit thread_local_attribute_impl(Storage* s)
+        : s_(s)
+    {
+    }
+
+    boost::log::attribute_value get_value() override
+    {
+        Storage* s = s_;
+        VT_ASSERT(s);
+        return s->local().*Member;
+    }
+
+private:
+    Storage* const s_;
+};
+
+template <boost::log::attribute_value message_data<char>::*Member>
+boost::log::attribute thread_local_attribute(message_storage* slot)
+{
+    return boost::log::attribute(
+        new thread_local_attribute_impl<message_storage, Member>(slot));
+}
+
+void insert_or_replace(boost::log::attribute_set& attributes, boost::log::attribute_name const& name,
+                       boost::log::attribute const& attribute)
+{
+    auto inserted = attributes.insert(name, attribute);
+    if (!inserted.second) {
+        inserted.first->second = attribute;
+    }
+}
+
+// "a.b" from "a" and "b"; the root's children have their name as domain.
+std::string child_domain(std::string const& parent_domain, std::string_view name)
+{
+    if (parent_domain.empty()) {
+        return std::string(name);
+    }
+    std::string domain;
+    domain.reserve(parent_domain.size() + 1 + name.size());
+    domain.append(parent_domain).append(1, '.').append(name);
+    return domain;
+}
+
+std::string_view last_component(std::string const& domain)
+{
+    std::string_view view(domain);
+    auto dot = view.rfind('.');
+    return dot == std::string_view::npos ? view : view.substr(dot + 1);
+}
+
+} // namespace
+
+template <class BaseT>
+void basic_vt_logger<BaseT>::set_up_attributes_unlocked()
+{
+    auto const& names = record_names::get();
+    insert_or_replace(this->attributes(), names.severity,
+                      thread_local_attribute<&message_data<char>::level_value>(&message_slot_));
+    insert_or_replace(this->attributes(), names.message,
+                      thread_local_attribute<&message_data<char>::message_value>(&message_slot_));
+}
+
+} // namespace impl
+
+logger::data::data(std::shared_ptr<logger_source::data> source)
+    : source(std::move(source))
+    , level(log_level{0})
+    , level_inherited(false)
+{
+    source_logger.set_up_attributes_unlocked();
+}
+
+logger::data::data(std::shared_ptr<data> parent_node, std::string_view child_name)
+    : parent(std::move(parent_node))
+    , source(parent->source)
+    , domain(impl::child_domain(parent->domain, child_name))
+    , name(impl::last_component(domain))
+    , level(parent->level.load(std::memory_order_relaxed))
+    , level_inherited(true)
+{
+    auto const& names = impl::record_names::get();
+    auto& attributes = source_logger.attributes_before_sharing();
+    attributes.insert(names.logger_data_ptr,
+                      boost::log::attribute(
+                          new impl::shared_from_this_attribute_value<logger::data>(this)));
+    attributes.insert(names.channel,
+                      boost::log::attributes::constant<std::string_view>(std::string_view(domain)));
+    attributes.insert(names.source_data_ptr,
+                      boost::log::attributes::constant<logger_source::data*>(source.get()));
+    source_logger.set_up_attributes_unlocked();
+    // A new node feeds every sink its parent feeds.
+    for (auto const& marker : parent->sink_attributes) {
+        sink_attributes.emplace(marker.first, add_sink_attribute(marker.first).first);
+    }
+}
+
+logger::data::~data()
+{
+    if (parent) {
+        parent->forget_child(name);
+    }
+}
+
+std::shared_ptr<logger::data> logger::data::make_or_get_descendant(std::string_view path)
+{
+    auto const name_begin = std::min(path.find_first_not_of('.'), path.size());
+    auto const name_end = std::min(path.find('.', name_begin), path.size());
+    std::string_view const child_name = path.substr(name_begin, name_end - name_begin);
+    auto const rest_begin = std::min(path.find_first_not_of('.', name_end), path.size());
+    std::string_view const rest = path.substr(rest_begin);
+
+    std::shared_ptr<data> child;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        VT_ASSERT(!child_name.empty());
+        std::weak_ptr<data>& entry = children[std::string(child_name)];
+        child = entry.lock();
+        // An entry that cannot be locked is a child being destroyed: it is replaced, and its
+        // destructor leaves the new entry alone.
+        if (!child) {
+            child = std::make_shared<data>(shared_from_this(), child_name);
+            VT_ASSERT(child);
+            entry = child;
+        }
+    }
+    return rest.empty() ? child : child->make_or_get_descendant(rest);
+}
+
+void logger::data::forget_child(std::string_view child_name)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    auto entry = children.find(std::string(child_name));
+    if (entry != children.end() && entry->second.expired()) {
+        children.erase(entry);
+    }
+}
+
+std::pair<boost::log::attribute_set::iterator, bool>
+logger::data::add_sink_attribute(boost::log::attribute_name const& marker_name)
+{
+    return source_logger.add_attribute(marker_name,
+                                       boost::log::attributes::constant<sink::is_sink>(sink::is_sink{}));
+}
+
+namespace {
+
+// Inheriting descendants take the new level; an explicit one keeps its own and shields its
+// subtree.
+auto follow_level(log_level new_level)
+{
+    return [new_level](logger::data& node) {
+        if (!node.level_inherited) {
+            return false;
+        }
+        node.level.store(new_level, std::memory_order_relaxed);
+        return true;
+    };
+}
+
+} // namespace
+
+void logger::data::set_level(log_level new_level, bool inherited)
+{
+    std::vector<std::shared_ptr<data>> visited;
+    std::lock_guard<std::mutex> lock(mutex);
+    level_inherited = inherited;
+    level.store(new_level, std::memory_order_relaxed);
+    auto step = follow_level(new_level);
+    descendants_apply_locked(step, visited);
+}
+
+void logger::data::reset_level()
+{
+    VT_ASSERT(parent);
+    std::vector<std::shared_ptr<data>> visited;
+    std::lock_guard<std::mutex> parent_lock(parent->mutex);
+    std::lock_guard<std::mutex> lock(mutex);
+    auto const parent_level = parent->level.load(std::memory_order_relaxed);
+    level_inherited = true;
+    level.store(parent_level, std::memory_order_relaxed);
+    auto step = follow_level(parent_level);
+    descendants_apply_locked(step, visited);
+}
+
+logger::logger(std::shared_ptr<data> node) noexcept
+    : node_(std::move(node))
+{
+    auto* d = node_.get();
+    VT_ASSERT(d);
+}
+
+log_level logger::get_log_level() const noexcept
+{
+    return node_->level.load(std::memory_order_relaxed);
+}
+
+std::string_view logger::get_domain() const noexcept
+{
+    return node_->domain;
+}
+
+logger logger::get_child_logger(std::string path) const
+{
+    if (path.empty()) {
+        return *this;
+    }
+    return logger(node_->make_or_get_descendant(path));
+}
+
+void logger_source::set_child_log_level(std::string path, log_level new_level)
+{
+    auto source = get_data();
+    auto node = source->root->make_or_get_descendant(path);
+    node->set_level(new_level, false);
+    std::lock_guard<std::mutex> lock(source->mutex);
+    source->pinned_children.emplace(node->domain, node);
+}
+
+void logger_source::reset_child_log_level(std::string path)
+{
+    auto source = get_data();
+    auto node = source->root->make_or_get_descendant(path);
+    node->reset_level();
+    std::lock_guard<std::mutex> lock(source->mutex);
+    source->pinned_children.erase(node->domain);
+}
+
+logger logger_source::get_child_logger(std::string path)
+{
+    return logger(get_data()->root->make_or_get_descendant(path));
+}
+
+} // namespace VT::Logging::v2

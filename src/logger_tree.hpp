@@ -1,0 +1,202 @@
+// The logger tree: one node per dotted domain, with its level and its Boost.Log source logger.
+#pragma once
+
+#include "VTLog/v2/log.hpp"
+
+#include <boost/log/attributes/attribute_set.hpp>
+#include <boost/log/attributes/attribute_value.hpp>
+#include <boost/log/sources/basic_logger.hpp>
+#include <boost/log/sources/features.hpp>
+#include <boost/log/sources/threading_models.hpp>
+#include <boost/thread/shared_mutex.hpp>
+#include <boost/thread/tss.hpp>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace VT::Logging::v2 {
+namespace impl {
+
+// The calling thread's current message on one node: what the node's two thread-local
+// attributes yield while a record is being opened.
+template <class CharT>
+struct message_data {
+    boost::log::attribute_value level_value;
+    boost::log::attribute_value message_value;
+};
+
+// One slot per thread, created on first use and deleted when its thread ends.
+template <class T, class ThreadingModel>
+class storage {
+public:
+    T& local()
+    {
+        T* slot = slot_.get();
+        if (!slot) {
+            slot = new T();
+            slot_.reset(slot);
+        }
+        return *slot;
+    }
+
+private:
+    boost::thread_specific_ptr<T> slot_;
+};
+
+using threading_model = boost::log::sources::multi_thread_model<boost::shared_mutex>;
+using message_storage = storage<message_data<char>, threading_model>;
+
+// The Boost.Log feature that gives a node's logger its per-thread message slot.
+template <class BaseT>
+class basic_vt_logger : public BaseT {
+public:
+    using threading_model = typename BaseT::threading_model;
+
+    basic_vt_logger() = default;
+    basic_vt_logger(basic_vt_logger const&) = delete;
+    basic_vt_logger& operator=(basic_vt_logger const&) = delete;
+
+    // Puts the level and the text of the calling thread's message into the record it opens.
+    // Holding the shared lock, no sink marker can change while the record takes its values.
+    boost::log::record open_message_record(boost::log::attribute_value level_value,
+                                           boost::log::attribute_value message_value)
+    {
+        boost::log::aux::shared_lock_guard<threading_model> lock(this->get_threading_model());
+        message_data<char>& slot = message_slot_.local();
+        slot.level_value = std::move(level_value);
+        slot.message_value = std::move(message_value);
+        return this->core()->open_record(this->attributes());
+    }
+
+    // Installs the two thread-local attributes (the level and "ggmessage"), replacing any
+    // attribute of the same name. Called before the node is shared.
+    void set_up_attributes_unlocked();
+
+private:
+    message_storage message_slot_;
+};
+
+struct vt_logger_feature {
+    template <class BaseT>
+    struct apply {
+        using type = basic_vt_logger<BaseT>;
+    };
+};
+
+class vt_logger
+    : public boost::log::sources::basic_composite_logger<
+          char, vt_logger, threading_model, boost::log::sources::features<vt_logger_feature>> {
+public:
+    vt_logger() = default;
+    vt_logger(vt_logger const&) = delete;
+    vt_logger& operator=(vt_logger const&) = delete;
+
+    boost::log::core_ptr const& logging_core() const { return this->core(); }
+    // Only while the node is being built: no other thread can reach the logger yet.
+    boost::log::attribute_set& attributes_before_sharing() { return this->attributes(); }
+};
+
+struct attribute_name_hash {
+    std::size_t operator()(boost::log::attribute_name const& name) const noexcept
+    {
+        return std::hash<boost::log::attribute_name::id_type>()(name.id());
+    }
+};
+
+} // namespace impl
+
+// A node of a source's logger tree. A child holds its parent strongly; a parent holds its
+// children weakly, and a child's destructor removes itself from its parent.
+//
+// Lock order: the source's mutex, then node mutexes from parent to child (a parent stays locked
+// while its subtree is walked), then the Boost.Log logger's shared mutex.
+struct logger::data : std::enable_shared_from_this<logger::data> {
+    using sink_positions = std::unordered_map<boost::log::attribute_name,
+                                              boost::log::attribute_set::iterator,
+                                              impl::attribute_name_hash>;
+
+    // The root of `source`'s tree: empty domain, level 0.
+    explicit data(std::shared_ptr<logger_source::data> source);
+    // A child named `name` (one path component); the caller holds `parent`'s mutex.
+    data(std::shared_ptr<data> parent, std::string_view name);
+    ~data();
+    data(data const&) = delete;
+    data& operator=(data const&) = delete;
+
+    // The node at the dotted `path` below this one, created as needed; never null. Leading,
+    // trailing and repeated dots are ignored; an empty path, or one of dots only, throws.
+    std::shared_ptr<data> make_or_get_descendant(std::string_view path);
+
+    // Adds a sink marker to this node's logger. The caller holds `mutex` and records the
+    // position in `sink_attributes`.
+    std::pair<boost::log::attribute_set::iterator, bool>
+    add_sink_attribute(boost::log::attribute_name const& name);
+
+    // Sets this node's level; inheriting descendants follow, explicit ones shield their subtree.
+    void set_level(log_level new_level, bool inherited);
+    // Makes this node follow its parent's level again.
+    void reset_level();
+
+    // Applies `step` to this node and to every live descendant, depth first, each one locked
+    // while it and its subtree are processed. `step(node)` returns whether to descend into the
+    // node's children; the walk always descends from this node.
+    template <class Step>
+    void apply_to_subtree(Step&& step);
+
+    std::shared_ptr<data> const parent;
+    std::shared_ptr<logger_source::data> const source;
+    std::string const domain;
+    std::string_view const name; // the last component of `domain`, the key in the parent
+    std::mutex mutex;
+    std::atomic<log_level> level; // written under `mutex`, read with a relaxed load
+    bool level_inherited;
+    std::unordered_map<std::string, std::weak_ptr<data>> children;
+    sink_positions sink_attributes;
+    impl::vt_logger source_logger;
+
+private:
+    void forget_child(std::string_view child_name);
+    // Recursion of apply_to_subtree. Strong references taken on the way are parked in `visited`
+    // and dropped by the caller after every lock is released: dropping the last one here would
+    // run a child's destructor, which locks this node's mutex again.
+    template <class Step>
+    void descendants_apply_locked(Step& step, std::vector<std::shared_ptr<data>>& visited);
+};
+
+template <class Step>
+void logger::data::apply_to_subtree(Step&& step)
+{
+    std::vector<std::shared_ptr<data>> visited;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        step(*this);
+        descendants_apply_locked(step, visited);
+    }
+}
+
+template <class Step>
+void logger::data::descendants_apply_locked(Step& step, std::vector<std::shared_ptr<data>>& visited)
+{
+    for (auto const& entry : children) {
+        // An entry that cannot be locked belongs to a child whose destructor is waiting for our
+        // mutex to erase it; it needs no update.
+        std::shared_ptr<data> child = entry.second.lock();
+        if (!child) {
+            continue;
+        }
+        std::lock_guard<std::mutex> lock(child->mutex);
+        if (step(*child)) {
+            child->descendants_apply_locked(step, visited);
+        }
+        visited.push_back(std::move(child));
+    }
+}
+
+} // namespace VT::Logging::v2

@@ -1,0 +1,238 @@
+// The path of one message: state and level test, lazy text, the record, and the early queue.
+#include "message_path.hpp"
+
+#include "assert.hpp"
+#include "attribute_values.hpp"
+#include "logger_source.hpp"
+#include "logger_tree.hpp"
+#include "record_names.hpp"
+
+#include <boost/log/attributes/attribute_value_impl.hpp>
+#include <boost/log/attributes/value_extraction.hpp>
+#include <boost/log/core/record_view.hpp>
+#include <boost/log/sinks/sink.hpp>
+#include <boost/make_shared.hpp>
+
+#include <algorithm>
+#include <cctype>
+
+namespace VT::Logging::v2 {
+namespace {
+
+using state = logger_source::data::state;
+
+// Holds the records of enqueueing sources: it takes every record that carries the
+// "enqueueing sink" marker and appends it, minus its transient attributes, to its source's
+// queue. A record that arrives after its source switched to running is handed back to its
+// logging thread to be redone.
+class queueing_sink : public boost::log::sinks::sink {
+public:
+    queueing_sink()
+        : boost::log::sinks::sink(true)
+        , name(impl::record_names::get().enqueueing_sink)
+    {
+    }
+
+    static boost::shared_ptr<queueing_sink> const& get()
+    {
+        static boost::shared_ptr<queueing_sink> const instance = boost::make_shared<queueing_sink>();
+        return instance;
+    }
+
+    bool will_consume(boost::log::attribute_value_set const& values) override
+    {
+        auto found = values.find(name);
+        return found != values.end() && bool(found->second);
+    }
+
+    void consume(boost::log::record_view const& r) override { consume_impl(r, false); }
+
+    bool try_consume(boost::log::record_view const& r) override { return consume_impl(r, true); }
+
+    void flush() override {}
+
+private:
+    bool consume_impl(boost::log::record_view const& r, bool try_only) const
+    {
+        auto const& names = impl::record_names::get();
+        auto const source_ptr =
+            boost::log::extract<logger_source::data*>(names.source_data_ptr, r.attribute_values());
+        logger_source::data* const logger_ptr = source_ptr ? *source_ptr : nullptr;
+        VT_ASSERT(logger_ptr);
+
+        std::unique_lock<std::mutex> lock(logger_ptr->mutex, std::defer_lock);
+        if (try_only) {
+            if (!lock.try_lock()) {
+                return false;
+            }
+        } else {
+            lock.lock();
+        }
+        switch (auto const c = logger_ptr->current.load()) {
+        case state::finished:
+            break;
+        case state::running: {
+            auto const redo_ptr =
+                boost::log::extract<std::shared_ptr<bool>>(names.redo_ptr, r.attribute_values());
+            VT_ASSERT(redo_ptr);
+            VT_ASSERT(*redo_ptr);
+            **redo_ptr = true;
+            break;
+        }
+        case state::enqueueing:
+            logger_ptr->queue.push_back(remove_transient_attrs(r));
+            break;
+        default:
+            AbortEnumOutOfRange(c);
+        }
+        return true;
+    }
+
+    static boost::log::attribute_value_set remove_transient_attrs(boost::log::record_view const& r)
+    {
+        auto const& values = r.attribute_values();
+        auto const removable_attrs = boost::log::extract<std::vector<boost::log::attribute_name>>(
+            impl::record_names::get().transient_attrs, values);
+        VT_ASSERT(removable_attrs);
+        auto const& removable = removable_attrs.get();
+        boost::log::attribute_value_set kept(values.size() - removable.size());
+        for (auto const& value : values) {
+            if (std::find(removable.begin(), removable.end(), value.first) == removable.end()) {
+                kept.insert(value.first, value.second);
+            }
+        }
+        return kept;
+    }
+
+    boost::log::attribute_name const name;
+};
+
+// Leading and trailing white space and NUL bytes are not part of a message.
+bool is_blank(char c)
+{
+    return c == '\0' || std::isspace(static_cast<unsigned char>(c));
+}
+
+std::string_view trim(std::string_view text)
+{
+    auto const begin = std::find_if_not(text.begin(), text.end(), is_blank);
+    auto const end = std::find_if_not(text.rbegin(), std::string_view::reverse_iterator(begin),
+                                      is_blank)
+                         .base();
+    return text.substr(static_cast<std::size_t>(begin - text.begin()),
+                       static_cast<std::size_t>(end - begin));
+}
+
+class constant_logger final : public log_function_ref {
+public:
+    explicit constant_logger(std::string_view text)
+        : text(text)
+    {
+    }
+    std::string_view get_str() const override { return text; }
+
+private:
+    std::string_view const text;
+};
+
+} // namespace
+
+namespace impl {
+
+boost::shared_ptr<boost::log::sinks::sink> queueing_sink_instance()
+{
+    return queueing_sink::get();
+}
+
+} // namespace impl
+
+boost::log::record logger_source::data::make_record(message& m)
+{
+    if (m.text.empty()) {
+        m.text = trim(m.function->get_str());
+        if (m.text.empty()) {
+            return {};
+        }
+    }
+    boost::log::attribute_value level_value(
+        new boost::log::attributes::attribute_value_impl<log_level>(m.level));
+    boost::log::attribute_value message_value(new impl::string_view_attribute_value<char>(m.text));
+    auto& node_logger = m.logger->source_logger;
+    if (!node_logger.logging_core()->get_logging_enabled()) {
+        return {};
+    }
+    return node_logger.open_message_record(std::move(level_value), std::move(message_value));
+}
+
+void logger_source::data::add_log_message(message& m)
+{
+    logger::data& node = *m.logger;
+    for (;;) {
+        switch (auto const c = current.load()) {
+        case state::running:
+            if (m.level < node.level.load(std::memory_order_relaxed)) {
+                return;
+            }
+            if (auto record = make_record(m)) {
+                node.source_logger.push_record(std::move(record));
+            }
+            return;
+        case state::finished:
+            return;
+        case state::enqueueing:
+            break;
+        default:
+            AbortEnumOutOfRange(c);
+        }
+
+        // Enqueueing: the node's mutex keeps the record's markers and its transient list in
+        // agreement, and the second state test closes the race with `run`.
+        std::unique_lock<std::mutex> node_lock(node.mutex);
+        if (current.load() != state::enqueueing) {
+            continue;
+        }
+        auto record = make_record(m);
+        if (!record) {
+            return;
+        }
+        auto const& names = impl::record_names::get();
+        std::vector<boost::log::attribute_name> transient;
+        transient.reserve(node.sink_attributes.size() + 2);
+        for (auto const& sink_marker : node.sink_attributes) {
+            transient.push_back(sink_marker.first);
+        }
+        node_lock.unlock();
+
+        transient.push_back(names.redo_ptr);
+        auto redo = std::make_shared<bool>(false);
+        auto& values = record.attribute_values();
+        values.insert(names.redo_ptr,
+                      boost::log::attribute_value(
+                          new boost::log::attributes::attribute_value_impl<std::shared_ptr<bool>>(
+                              redo)));
+        transient.push_back(names.transient_attrs);
+        values.insert(names.transient_attrs,
+                      boost::log::attribute_value(
+                          new boost::log::attributes::attribute_value_impl<
+                              std::vector<boost::log::attribute_name>>(std::move(transient))));
+        node.source_logger.push_record(std::move(record));
+        if (!*redo) {
+            return;
+        }
+        // The source started while the record was in flight: log it again as running.
+    }
+}
+
+void logger::log(log_level level, log_function_ref const& text) const
+{
+    logger::data* node = node_.get();
+    logger_source::data::message m{node, level, &text, {}};
+    node->source->add_log_message(m);
+}
+
+void log_str(logger const& l, log_level level, std::string_view text)
+{
+    l.log(level, constant_logger(text));
+}
+
+} // namespace VT::Logging::v2

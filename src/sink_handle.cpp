@@ -1,0 +1,99 @@
+// The sink handle: registration of a caller's Boost.Log sink behind the routing filter.
+#include "VTLog/v2/log.hpp"
+
+#include "record_names.hpp"
+
+#include <boost/log/attributes/attribute_value_set.hpp>
+#include <boost/log/core/core.hpp>
+#include <boost/make_shared.hpp>
+
+namespace VT::Logging::v2::sink {
+namespace {
+
+// Admits a record only if it carries the sink's marker (its logger's source has the sink
+// attached) and not the enqueueing marker (its source is still holding records); only then is
+// the inner sink's own filter consulted.
+class filtering_sink_wrapper : public boost::log::sinks::sink {
+public:
+    filtering_sink_wrapper(boost::shared_ptr<boost::log::sinks::sink> inner_sink,
+                           boost::log::attribute_name name,
+                           boost::log::attribute_name enqueueing)
+        : boost::log::sinks::sink(inner_sink->is_cross_thread())
+        , inner(std::move(inner_sink))
+        , sink_name(name)
+        , enqueueing_name(enqueueing)
+    {
+    }
+
+    bool will_consume(boost::log::attribute_value_set const& attrs) override
+    {
+        auto const marker = attrs.find(sink_name);
+        if (marker == attrs.end() || !marker->second) {
+            return false;
+        }
+        auto const enqueueing = attrs.find(enqueueing_name);
+        if (enqueueing != attrs.end() && enqueueing->second) {
+            return false;
+        }
+        return inner->will_consume(attrs);
+    }
+
+    void consume(boost::log::record_view const& record) override { inner->consume(record); }
+
+    bool try_consume(boost::log::record_view const& record) override
+    {
+        return inner->try_consume(record);
+    }
+
+    void flush() override { inner->flush(); }
+
+    boost::shared_ptr<boost::log::sinks::sink> const inner;
+
+private:
+    boost::log::attribute_name const sink_name;
+    boost::log::attribute_name const enqueueing_name;
+};
+
+boost::shared_ptr<boost::log::sinks::sink>
+wrap(boost::shared_ptr<boost::log::sinks::sink> sink, boost::log::attribute_name name)
+{
+    if (!sink) {
+        return {};
+    }
+    return boost::make_shared<filtering_sink_wrapper>(
+        std::move(sink), name, impl::record_names::get().enqueueing_sink);
+}
+
+} // namespace
+
+base::base(boost::log::attribute_name name, boost::shared_ptr<boost::log::sinks::sink> sink)
+    : core(boost::log::core::get())
+    , name(name)
+    , wrapper(wrap(std::move(sink), name))
+{
+    if (wrapper) {
+        core->add_sink(wrapper);
+    }
+}
+
+base::~base()
+{
+    if (wrapper) {
+        core->remove_sink(wrapper);
+    }
+}
+
+namespace detail {
+
+boost::shared_ptr<boost::log::sinks::sink>
+get_unwrapped_sink(std::shared_ptr<base> const& handle) noexcept
+{
+    if (!handle || !handle->wrapper) {
+        return {};
+    }
+    auto const* filter = dynamic_cast<filtering_sink_wrapper const*>(handle->wrapper.get());
+    return filter ? filter->inner : boost::shared_ptr<boost::log::sinks::sink>();
+}
+
+} // namespace detail
+} // namespace VT::Logging::v2::sink
