@@ -1,0 +1,143 @@
+// The message path: a filtered call against its floor, a written message into a discarding
+// sink, and the early queue (capture cost, bytes held, replay rate).
+#include "alloc_counter.hpp"
+
+#include <VTLog/v2/log.hpp>
+
+#include <benchmark/benchmark.h>
+#include <boost/log/sinks/basic_sink_backend.hpp>
+#include <boost/log/sinks/sync_frontend.hpp>
+#include <boost/make_shared.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <stdexcept>
+
+namespace {
+
+namespace v2 = VT::Logging::v2;
+using v2::log_level;
+
+// A text that would cost real formatting; it fails loudly if a filtered call ever asks for it.
+class never_needed : public v2::log_function_ref {
+public:
+    std::string_view get_str() const override { throw std::logic_error("filtered text was built"); }
+};
+
+class formatted : public v2::log_function_ref {
+public:
+    explicit formatted(long n)
+        : n_(n)
+    {
+    }
+    std::string_view get_str() const override
+    {
+        int const size = std::snprintf(buffer_, sizeof buffer_, "request %ld sent to host", n_);
+        return {buffer_, static_cast<std::size_t>(size)};
+    }
+
+private:
+    long n_;
+    mutable char buffer_[64];
+};
+
+class discarding_backend
+    : public boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
+public:
+    void consume(boost::log::record_view const&) {}
+};
+
+std::shared_ptr<v2::sink::base> discarding_sink()
+{
+    return std::make_shared<v2::sink::base>(
+        boost::log::attribute_name("discard"),
+        boost::make_shared<boost::log::sinks::synchronous_sink<discarding_backend>>());
+}
+
+// The floor of a filtered call: an out-of-line function doing one load and one comparison.
+struct floor_logger {
+    log_level level;
+};
+
+[[gnu::noinline]] void floor_log(floor_logger const* l, log_level level,
+                                 v2::log_function_ref const& text)
+{
+    if (level < l->level) {
+        return;
+    }
+    benchmark::DoNotOptimize(text.get_str());
+}
+
+void BM_FilteredFloor(benchmark::State& state)
+{
+    floor_logger l{log_level::warning};
+    benchmark::DoNotOptimize(&l);
+    never_needed text;
+    for (auto _ : state) {
+        floor_log(&l, log_level::debug, text);
+    }
+}
+BENCHMARK(BM_FilteredFloor);
+
+void BM_FilteredCall(benchmark::State& state)
+{
+    v2::logger_source source;
+    source.start_logging(log_level::warning);
+    auto l = source.get_child_logger("bench.filtered");
+    never_needed text;
+    auto const before = vtlog_bench::allocations.load();
+    for (auto _ : state) {
+        l.log(log_level::debug, text);
+    }
+    state.counters["allocs/call"] = benchmark::Counter(
+        double(vtlog_bench::allocations.load() - before), benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_FilteredCall);
+
+void BM_WrittenToDiscardingSink(benchmark::State& state)
+{
+    v2::logger_source source;
+    source.add_sink(discarding_sink());
+    source.start_logging(log_level::info);
+    auto l = source.get_child_logger("bench.written");
+    long n = 0;
+    auto const before = vtlog_bench::allocations.load();
+    for (auto _ : state) {
+        l.log(log_level::info, formatted(++n));
+    }
+    state.counters["allocs/msg"] = benchmark::Counter(
+        double(vtlog_bench::allocations.load() - before), benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_WrittenToDiscardingSink);
+
+// 100,000 messages held before the start, then the start replays them into a discarding sink.
+void BM_EarlyQueue(benchmark::State& state)
+{
+    constexpr long held = 100000;
+    double capture_ns = 0, replay_ns = 0, bytes = 0;
+    for (auto _ : state) {
+        v2::logger_source source;
+        source.add_sink(discarding_sink());
+        auto l = source.get_child_logger("bench.early");
+        auto const bytes_before = vtlog_bench::heap_in_use();
+        auto const t0 = std::chrono::steady_clock::now();
+        for (long n = 0; n < held; ++n) {
+            l.log(log_level::info, formatted(n));
+        }
+        auto const t1 = std::chrono::steady_clock::now();
+        bytes += double(vtlog_bench::heap_in_use() - bytes_before) / held;
+        source.start_logging(log_level::info);
+        auto const t2 = std::chrono::steady_clock::now();
+        capture_ns += std::chrono::duration<double, std::nano>(t1 - t0).count() / held;
+        replay_ns += std::chrono::duration<double, std::nano>(t2 - t1).count();
+    }
+    auto const rounds = double(state.iterations());
+    state.counters["capture_ns/msg"] = capture_ns / rounds;
+    state.counters["held_bytes/msg"] = bytes / rounds;
+    state.counters["replay_msgs/s"] = held / (replay_ns / rounds / 1e9);
+}
+BENCHMARK(BM_EarlyQueue)->Unit(benchmark::kMillisecond)->Iterations(5);
+
+} // namespace
+
+BENCHMARK_MAIN();
