@@ -226,8 +226,15 @@ void logger_source::data::add_log_message(message& m)
 void logger::log(log_level level, log_function_ref const& text) const
 {
     logger::data* node = node_.get();
+    logger_source::data& source = *node->source;
+    // The hot path: a running source drops a message below its logger's level right here, with
+    // one load of the state and one of the level, before any message is built.
+    if (source.current.load() == state::running &&
+        level < node->level.load(std::memory_order_relaxed)) {
+        return;
+    }
     logger_source::data::message m{node, level, &text, {}};
-    node->source->add_log_message(m);
+    source.add_log_message(m);
 }
 
 void log_str(logger const& l, log_level level, std::string_view text)
