@@ -6,11 +6,16 @@
 #include <boost/log/core/record_view.hpp>
 #include <boost/log/sinks/sink.hpp>
 #include <boost/shared_ptr.hpp>
+#include <fmt/format.h>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
 
 #if defined(__GNUC__) || defined(__clang__)
 #define VTLOG_API __attribute__((visibility("default")))
@@ -88,6 +93,70 @@ private:
 
 // Writes a finished text; same behaviour as `logger::log`.
 VTLOG_API void log_str(logger const& l, log_level level, std::string_view text);
+
+// A log_function_ref over any callable returning text (std::string, std::string_view, const
+// char*...), for text that is expensive to build: the callable runs only if the message is
+// logged, and what it returns is kept until the `log` call returns.
+//     l.log(log_level::debug, lazy_text([&] { return describe(request); }));
+template <class F>
+class lazy_text final : public log_function_ref {
+public:
+    explicit lazy_text(F make)
+        : make_(std::move(make))
+    {
+    }
+    std::string_view get_str() const override
+    {
+        text_.emplace(make_());
+        return std::string_view(*text_);
+    }
+
+private:
+    F make_;
+    mutable std::optional<std::invoke_result_t<F const&>> text_;
+};
+
+namespace detail {
+
+// The text of log_fmt: formatted into a stack buffer on demand, never when filtered.
+template <class... Args>
+class format_text final : public log_function_ref {
+public:
+    format_text(fmt::string_view format, Args const&... args)
+        : format_(format)
+        , args_(args...)
+    {
+    }
+    std::string_view get_str() const override
+    {
+        std::apply(
+            [this](Args const&... args) {
+                fmt::vformat_to(fmt::appender(buffer_), format_, fmt::make_format_args(args...));
+            },
+            args_);
+        return std::string_view(buffer_.data(), buffer_.size());
+    }
+
+private:
+    fmt::string_view format_;
+    std::tuple<Args const&...> args_;
+    mutable fmt::memory_buffer buffer_;
+};
+
+} // namespace detail
+
+// Writes an fmt-style message, formatted only if the message is logged (into a stack buffer,
+// growing on the heap past 500 bytes); otherwise the same behaviour as `logger::log`. The
+// arguments are referenced, not copied. The format is checked against the arguments at compile
+// time in C++20, and in C++17 when written as FMT_STRING("..."); an unchecked bad format throws
+// fmt::format_error when the message is logged.
+//     log_fmt(net, log_level::info, "sent {} bytes to {}", n, host);
+template <class... Args>
+void log_fmt(logger const& l, log_level level, fmt::format_string<Args...> format,
+             Args const&... args)
+{
+    l.log(level, detail::format_text<Args...>(format, args...));
+}
 
 // Owns one logger tree and the pipeline that carries its messages into Boost.Log.
 // It starts enqueueing: messages of its loggers are held until `start_logging`, which replays

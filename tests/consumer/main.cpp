@@ -1,0 +1,11 @@
+// Prints one line through an installed libVTLog: "[Consumer] installed 2 headers".
+#include <VTLog/VTLog.hpp>
+
+int main()
+{
+    namespace v2 = VT::Logging::v2;
+    v2::logger_source source;
+    source.add_sink(v2::sink::get_stdout());
+    source.start_logging(v2::log_level::info);
+    v2::log_fmt(source.get_child_logger("Consumer"), v2::log_level::info, "installed {} headers", 2);
+}
