@@ -261,11 +261,14 @@ VTLOG_API std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotat
 } // namespace sink
 
 // Names the calling thread in the records it opens from now on (the file line shows it).
+// Records already opened keep the name they were made with; each thread has its own name, empty
+// until set. Needs no lock.
 VTLOG_API void set_current_thread_name(std::string const& name);
 
 namespace impl {
 // The local time text of a record ("2024-05-01 09:30:12.045+02:00"), or
-// "????-??-?? ??:??:??.???-??:??" when the record has none. Never throws.
+// "????-??-?? ??:??:??.???-??:??" when the record has none. Never throws. The view is valid
+// while the record lives.
 VTLOG_API std::string_view get_time(boost::log::record_view const& record) noexcept;
 } // namespace impl
 

@@ -1,0 +1,188 @@
+// The directory sink: rotating log files pruned by total size, one live sink per pattern.
+#include "VTLog/v2/log.hpp"
+
+#include "directory_sink.hpp"
+#include "record_names.hpp"
+
+#include <boost/filesystem/path.hpp>
+#include <boost/log/attributes/current_thread_id.hpp>
+#include <boost/log/attributes/value_extraction.hpp>
+#include <boost/log/utility/formatting_ostream.hpp>
+#include <boost/make_shared.hpp>
+
+#include <ios>
+#include <limits>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace VT::Logging::v2 {
+
+void (*impl::get_dir_lookup_hook)() = nullptr;
+
+namespace sink {
+namespace {
+
+namespace sinks = boost::log::sinks;
+
+struct sink_lookup {
+    std::weak_ptr<base> handle;
+    // The handle the entry was made for. It stays comparable after `handle` has expired, which
+    // lets a dying sink tell its own entry from one that a newer sink has taken over.
+    base const* identity;
+};
+
+// The live directory sinks, keyed by pattern (exact bytes: "logs/a" and "logs//a" are two
+// sinks even though they name the same files).
+struct pattern_sink_data {
+    std::mutex mutex;
+    std::unordered_map<std::string, sink_lookup> sinks;
+};
+
+std::shared_ptr<pattern_sink_data> get_pattern_sink_data() {
+    static std::shared_ptr<pattern_sink_data> const data = std::make_shared<pattern_sink_data>();
+    return data;
+}
+
+// A directory sink's handle; it takes its entry out of the registry when it dies.
+//
+// Between the last reference being dropped and this destructor taking the registry lock, the
+// entry is expired but present, and get_dir may already have replaced it:
+//
+//   thread A: last reset() ... ~pattern_sink waits for the lock ............ finds B's entry
+//   thread B:          get_dir: entry expired -> builds a new sink, records it
+//
+// so the destructor erases the entry only if it still names this handle.
+class pattern_sink : public base {
+public:
+    pattern_sink(boost::log::attribute_name name, boost::shared_ptr<sinks::sink> frontend,
+                 std::string pattern, std::shared_ptr<pattern_sink_data> registry)
+        : base(name, std::move(frontend))
+        , pattern(std::move(pattern))
+        , registry(std::move(registry)) {}
+
+    ~pattern_sink() {
+        std::lock_guard<std::mutex> lock(registry->mutex);
+        auto const entry = registry->sinks.find(pattern);
+        if (entry != registry->sinks.end() && entry->second.identity == this) {
+            registry->sinks.erase(entry);
+        }
+    }
+
+    std::string const pattern;
+    // Keeps the registry alive for as long as a sink may still have to leave it, whatever
+    // the order of destruction at process exit.
+    std::shared_ptr<pattern_sink_data> const registry;
+};
+
+void write(boost::log::formatting_ostream& out, std::string_view text) {
+    out.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+// One file line; the back end adds the final newline. Fields are separated by tabs, and every
+// line after the first of a message is indented under the message column:
+//
+//   2024-05-01 09:30:12.045+02:00 TAB 0x00007f1c2a4b5740:main TAB [Network.Curl] TAB first line
+//   TAB TAB TAB second line
+//
+// The thread name appears only when the thread has one; the root logger's domain field is empty.
+void full_formatter(boost::log::record_view const& record, boost::log::formatting_ostream& out) {
+    auto const& names = impl::record_names::get();
+    auto const& values = record.attribute_values();
+    auto const message = boost::log::extract<std::string_view>(names.message, values);
+    if (!message) {
+        return;
+    }
+
+    write(out, impl::get_time(record));
+    out.put('\t');
+    if (auto const id = boost::log::extract<boost::log::thread_id>(names.thread_id, values)) {
+        out << id.get();
+        auto const thread_name = boost::log::extract<std::string_view>(names.thread_name, values);
+        if (thread_name && !thread_name->empty()) {
+            out.put(':');
+            write(out, *thread_name);
+        }
+    }
+    out.put('\t');
+    if (auto const channel = boost::log::extract<std::string_view>(names.channel, values)) {
+        out.put('[');
+        write(out, *channel);
+        out.put(']');
+    }
+    out.put('\t');
+
+    std::string_view text = *message;
+    for (auto end = text.find('\n'); end != std::string_view::npos && end + 1 < text.size();
+         end = text.find('\n')) {
+        write(out, text.substr(0, end + 1));
+        write(out, "\t\t\t");
+        text.remove_prefix(end + 1);
+    }
+    write(out, text);
+}
+
+boost::shared_ptr<impl::directory_frontend> make_frontend(std::string const& pattern,
+                                                          unsigned long rotation_size,
+                                                          unsigned long max_total_size) {
+    boost::filesystem::path const path(pattern);
+    auto backend = boost::make_shared<impl::directory_backend>();
+    // A file whose name exists already (same pattern, same second, same counter) is continued.
+    backend->set_open_mode(std::ios_base::out | std::ios_base::binary | std::ios_base::app);
+    backend->set_file_name_pattern(path);
+    backend->set_time_based_rotation(sinks::file::rotation_at_time_point(0, 0, 0));
+    backend->set_rotation_size(rotation_size);
+    // Rotated files stay where they were written; only their total size is bounded. Making the
+    // collector creates the directory, so an unusable one is reported here, by get_dir.
+    backend->set_file_collector(sinks::file::make_collector(
+        boost::log::keywords::target = path.parent_path(),
+        boost::log::keywords::max_size = max_total_size, boost::log::keywords::min_free_space = 0,
+        boost::log::keywords::max_files = std::numeric_limits<unsigned long>::max()));
+    // Every file already in the directory counts toward the total, whatever its name, and
+    // being older than anything this sink writes, goes first once the total is exceeded.
+    backend->scan_for_files(sinks::file::scan_all, true);
+    // Each line is on disk when the logging call returns, even if the process dies next.
+    backend->auto_flush(true);
+
+    auto frontend = boost::make_shared<impl::directory_frontend>(backend);
+    frontend->set_formatter(&full_formatter);
+    return frontend;
+}
+
+} // namespace
+
+std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
+                              unsigned long max_total_size) {
+    auto const registry = get_pattern_sink_data();
+    // Declared before the lock so that a handle dropped by an exception is destroyed after the
+    // unlock: its destructor takes the same lock.
+    std::shared_ptr<pattern_sink> made;
+    std::lock_guard<std::mutex> lock(registry->mutex);
+    if (impl::get_dir_lookup_hook) {
+        impl::get_dir_lookup_hook();
+    }
+
+    auto const entry = registry->sinks.find(pattern);
+    if (entry != registry->sinks.end()) {
+        if (auto live = entry->second.handle.lock()) {
+            return live;
+        }
+    }
+
+    auto frontend = make_frontend(pattern, rotation_size, max_total_size);
+    made = std::make_shared<pattern_sink>(boost::log::attribute_name("pattern sink " + pattern),
+                                          std::move(frontend), pattern, get_pattern_sink_data());
+    // An expired entry belongs to a sink whose destructor is waiting for this lock; taking the
+    // entry over is what its identity test expects.
+    sink_lookup const lookup{made, made.get()};
+    if (entry != registry->sinks.end()) {
+        entry->second = lookup;
+    } else {
+        registry->sinks.emplace(std::move(pattern), lookup);
+    }
+    return made;
+}
+
+} // namespace sink
+} // namespace VT::Logging::v2

@@ -1,0 +1,104 @@
+// The first-generation façade: one process-wide source, started once with a LogConfig.
+#include "VTLog/VTLog.hpp"
+
+#include "assert.hpp"
+#include "directory_sink.hpp"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <unistd.h>
+
+#define VT_FACADE_ASSERT(expression) VT_ASSERT_IN("VTLog/VTLog", expression)
+
+namespace VT::Logging {
+namespace {
+
+// Both are constant-initialised, so they exist before any code runs and are destroyed in
+// reverse order at exit: the directory sink reference first, then the source, whose finish
+// strips every marker so nothing is written once it is gone.
+v2::logger_source logger_source;
+std::shared_ptr<v2::sink::base> directory_logger;
+
+void start_logging_(LogConfig const& config)
+{
+    for (auto const& [domain, level] : config.domain_levels) {
+        logger_source.set_child_log_level(domain, level);
+    }
+    logger_source.start_logging(config.level);
+}
+
+} // namespace
+
+void start_logging(LogConfig const& config)
+{
+    int const pid = static_cast<int>(::getpid());
+    auto const file_name = fmt::format("Vantorel %Y-%m-%d %H-%M-%S {} %2N.log", pid);
+    auto const pattern = config.log_directory / file_name;
+    directory_logger = v2::sink::get_dir(pattern.string(), config.rotation_size, config.max_size);
+    logger_source.add_sink(directory_logger);
+    logger_source.add_sink(v2::sink::get_stdout());
+    start_logging_(config);
+}
+
+void start_logging(LogConfig const& config, v2::logger_source source)
+{
+    logger_source = std::move(source);
+    start_logging_(config);
+}
+
+v2::logger_source& get_logger_source()
+{
+    return logger_source;
+}
+
+v2::logger get_logger(std::string domain)
+{
+    return logger_source.get_child_logger(std::move(domain));
+}
+
+v2::logger get_global_logger()
+{
+    return logger_source.get_child_logger("Global");
+}
+
+VT::filesystem::path GetDefaultLogDir()
+{
+    static VT::filesystem::path const log_dir = []() -> VT::filesystem::path {
+        char const* home = std::getenv("HOME");
+        if (!home) {
+            return {};
+        }
+        return VT::filesystem::path(home) / "Library/Logs/Vantorel";
+    }();
+    return log_dir;
+}
+
+bool ShouldSetCurlVerbose(LogConfig const& config)
+{
+    return static_cast<int>(config.level) == 0 || config.domain_levels.count("Network.Curl") > 0;
+}
+
+namespace detail2 {
+
+std::shared_ptr<v2::sink::base> get_directory_logger()
+{
+    return directory_logger;
+}
+
+void add_log_file(boost::filesystem::path const& file)
+{
+    auto const wrapper_logger = directory_logger;
+    VT_FACADE_ASSERT(wrapper_logger);
+    auto const boost_sink = v2::sink::detail::get_unwrapped_sink(wrapper_logger);
+    VT_FACADE_ASSERT(boost_sink);
+    auto const boost_logger = boost::dynamic_pointer_cast<v2::impl::directory_frontend>(boost_sink);
+    VT_FACADE_ASSERT(boost_logger);
+    auto const backend = boost_logger->locked_backend();
+    auto const collector = backend->get_file_collector();
+    VT_FACADE_ASSERT(collector);
+    collector->store_file(file);
+}
+
+} // namespace detail2
+} // namespace VT::Logging

@@ -1,0 +1,76 @@
+// Time stamp text: the local-time conversion and the fixed-width format of "time string".
+#include "time_text.hpp"
+
+#include <boost/date_time/c_local_time_adjustor.hpp>
+#include <fmt/printf.h>
+
+#include <exception>
+#include <new>
+
+namespace VT::Logging::v2::impl {
+
+std::string format_time(boost::gregorian::date const& date,
+                        boost::posix_time::time_duration const& time_of_day,
+                        tz_offset const& offset)
+{
+    // Integer division throughout: 999.999 ms prints 999, never 1000, which would overflow the
+    // field and would have to carry into the seconds, the day, the year.
+    auto const hour = static_cast<int>(time_of_day.hours());
+    auto const minute = static_cast<int>(time_of_day.minutes());
+    auto const second = static_cast<int>(time_of_day.seconds());
+    auto const millisecond = static_cast<int>(time_of_day.total_microseconds() / 1000 % 1000);
+    try {
+        auto const ymd = date.year_month_day();
+        return fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d",
+                            static_cast<int>(ymd.year), static_cast<int>(ymd.month),
+                            static_cast<int>(ymd.day), hour, minute, second, millisecond,
+                            offset.negative ? '-' : '+', offset.hours, offset.minutes);
+    } catch (std::bad_alloc const&) {
+        throw; // the fallback text would need memory too
+    } catch (std::exception const&) {
+        return std::string(fallback_time_text);
+    }
+}
+
+std::string format_utc(boost::posix_time::ptime const& utc)
+{
+    return format_time(utc.date(), utc.time_of_day(), unknown_tz);
+}
+
+std::string format_local(boost::posix_time::ptime const& utc, boost::posix_time::ptime const& local)
+{
+    if (local.is_special()) {
+        return format_utc(utc);
+    }
+    auto const difference = local - utc;
+    if (difference.is_special()) {
+        return format_utc(utc);
+    }
+    auto const magnitude = difference.is_negative() ? difference.invert_sign() : difference;
+    if (magnitude >= boost::posix_time::hours(25)) {
+        return format_utc(utc);
+    }
+    tz_offset const offset{difference.is_negative(), static_cast<int>(magnitude.hours()),
+                           static_cast<int>(magnitude.minutes())};
+    return format_time(local.date(), local.time_of_day(), offset);
+}
+
+std::string local_time_text(boost::posix_time::ptime const& utc)
+{
+    if (utc.is_special()) {
+        return std::string(fallback_time_text);
+    }
+    try {
+        // Converts the whole seconds with localtime_r and keeps the fraction; throws for
+        // instants before 1970 or beyond time_t, and when localtime_r fails.
+        auto const local =
+            boost::date_time::c_local_adjustor<boost::posix_time::ptime>::utc_to_local(utc);
+        return format_local(utc, local);
+    } catch (std::bad_alloc const&) {
+        throw;
+    } catch (std::exception const&) {
+        return std::string(fallback_time_text);
+    }
+}
+
+} // namespace VT::Logging::v2::impl
