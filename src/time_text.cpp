@@ -8,6 +8,24 @@
 #include <new>
 
 namespace VT::Logging::v2::impl {
+namespace {
+
+// Writes `value` as exactly `width` decimal digits; the caller checks that it fits.
+char* put_digits(char* out, int value, int width)
+{
+    for (int i = width - 1; i >= 0; --i) {
+        out[i] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    }
+    return out + width;
+}
+
+bool fits(int value, int limit)
+{
+    return value >= 0 && value < limit;
+}
+
+} // namespace
 
 std::string format_time(boost::gregorian::date const& date,
                         boost::posix_time::time_duration const& time_of_day,
@@ -21,9 +39,34 @@ std::string format_time(boost::gregorian::date const& date,
     auto const millisecond = static_cast<int>(time_of_day.total_microseconds() / 1000 % 1000);
     try {
         auto const ymd = date.year_month_day();
+        int const year = ymd.year, month = ymd.month, day = ymd.day;
+        // Every record pays for this text, so the usual case is written digit by digit: the
+        // same characters the format below prints for fields within their widths.
+        if (fits(year, 10000) && fits(month, 100) && fits(day, 100) && fits(hour, 100) &&
+            fits(minute, 100) && fits(second, 100) && fits(millisecond, 1000) &&
+            fits(offset.hours, 100) && fits(offset.minutes, 100)) {
+            char text[29];
+            char* out = put_digits(text, year, 4);
+            *out++ = '-';
+            out = put_digits(out, month, 2);
+            *out++ = '-';
+            out = put_digits(out, day, 2);
+            *out++ = ' ';
+            out = put_digits(out, hour, 2);
+            *out++ = ':';
+            out = put_digits(out, minute, 2);
+            *out++ = ':';
+            out = put_digits(out, second, 2);
+            *out++ = '.';
+            out = put_digits(out, millisecond, 3);
+            *out++ = offset.negative ? '-' : '+';
+            out = put_digits(out, offset.hours, 2);
+            *out++ = ':';
+            out = put_digits(out, offset.minutes, 2);
+            return std::string(text, static_cast<std::size_t>(out - text));
+        }
         return fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d",
-                            static_cast<int>(ymd.year), static_cast<int>(ymd.month),
-                            static_cast<int>(ymd.day), hour, minute, second, millisecond,
+                            year, month, day, hour, minute, second, millisecond,
                             offset.negative ? '-' : '+', offset.hours, offset.minutes);
     } catch (std::bad_alloc const&) {
         throw; // the fallback text would need memory too

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fmt/printf.h>
+
 #include <boost/log/attributes/constant.hpp>
 
 #include <array>
@@ -61,6 +63,19 @@ TEST(TimeText, FieldsAreTruncatedAndFallbacksKeepTheWidth)
     EXPECT_EQ(day(microseconds(45678), {false, 0, 0}), "2024-05-01 00:00:00.045+00:00");
     EXPECT_EQ(day(hours(1), v2::impl::unknown_tz), "2024-05-01 01:00:00.000-00:00");
     EXPECT_EQ(fallback_time_text, R"(????-??-?? ??:??:??.???-??:??)");
+    EXPECT_EQ(day(hours(123) + minutes(4), {true, 7, 5}), "2024-05-01 123:04:00.000-07:05")
+        << "a field wider than its column is printed whole";
+    for (int i = 0; i < 500; ++i) {
+        date const d = date(1400, 1, 1) + boost::gregorian::days(i * 6007);
+        auto const t = microseconds(static_cast<long long>(i) * 172'799'999'983LL % 86'400'000'000LL);
+        v2::impl::tz_offset const o{i % 2 == 0, i % 25, i % 60};
+        auto const ymd = d.year_month_day();
+        ASSERT_EQ(v2::impl::format_time(d, t, o),
+                  fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d", int(ymd.year),
+                               int(ymd.month), int(ymd.day), int(t.hours()), int(t.minutes()),
+                               int(t.seconds()), int(t.total_microseconds() / 1000 % 1000),
+                               o.negative ? '-' : '+', o.hours, o.minutes));
+    }
 
     // The local conversion is unusable: the UTC time with "-00:00", or no time at all.
     ptime const utc(date(2024, 5, 1), hours(7) + microseconds(12345));
