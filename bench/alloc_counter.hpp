@@ -55,9 +55,27 @@ inline long long heap_in_use()
 
 } // namespace vtlog_bench
 
-void* operator new(std::size_t size) { return vtlog_bench::counted_alloc(size); }
-void* operator new[](std::size_t size) { return vtlog_bench::counted_alloc(size); }
-void operator delete(void* p) noexcept { vtlog_bench::counted_free(p); }
-void operator delete[](void* p) noexcept { vtlog_bench::counted_free(p); }
-void operator delete(void* p, std::size_t) noexcept { vtlog_bench::counted_free(p); }
-void operator delete[](void* p, std::size_t) noexcept { vtlog_bench::counted_free(p); }
+void* operator new(std::size_t size)
+{
+    return vtlog_bench::counted_alloc(size);
+}
+void* operator new[](std::size_t size)
+{
+    return vtlog_bench::counted_alloc(size);
+}
+void operator delete(void* p) noexcept
+{
+    vtlog_bench::counted_free(p);
+}
+void operator delete[](void* p) noexcept
+{
+    vtlog_bench::counted_free(p);
+}
+void operator delete(void* p, std::size_t) noexcept
+{
+    vtlog_bench::counted_free(p);
+}
+void operator delete[](void* p, std::size_t) noexcept
+{
+    vtlog_bench::counted_free(p);
+}

@@ -93,10 +93,8 @@ try {
     v2::log_str(app, log_level::debug, "below the start level: held, then dropped");
 
     VT::Logging::LogConfig config{
-        log_level::info,
-        {{"Network.Curl", log_level::warning}, {"Storage", log_level::debug}},
-        o.directory.string(),
-        o.max_size,
+        log_level::info,      {{"Network.Curl", log_level::warning}, {"Storage", log_level::debug}},
+        o.directory.string(), o.max_size,
         o.rotation_size,
     };
     std::cout << "Logging into " << o.directory.string() << " (rotation at " << o.rotation_size

@@ -28,15 +28,15 @@ namespace detail {
 [[noreturn]] inline void assertion_failed(char const* source, int line, char const* function,
                                           char const* expression)
 {
-    Abort(std::invalid_argument(std::string(source) + ":" + std::to_string(line) + ":  " + function +
-                                " Assertion " + expression + " failed."));
+    Abort(std::invalid_argument(std::string(source) + ":" + std::to_string(line) + ":  " +
+                                function + " Assertion " + expression + " failed."));
 }
 
 } // namespace detail
 } // namespace VT
 
 // `source` names the module ("VTLog/v2/log" or "VTLog/VTLog"), whatever file the check is in.
-#define VT_ASSERT_IN(source, expression)                                                            \
+#define VT_ASSERT_IN(source, expression)                                                           \
     ((expression) ? void()                                                                         \
                   : ::VT::detail::assertion_failed(source, __LINE__, __func__, #expression))
 

@@ -40,7 +40,8 @@ struct pattern_sink_data {
     std::unordered_map<std::string, sink_lookup> sinks;
 };
 
-std::shared_ptr<pattern_sink_data> get_pattern_sink_data() {
+std::shared_ptr<pattern_sink_data> get_pattern_sink_data()
+{
     static std::shared_ptr<pattern_sink_data> const data = std::make_shared<pattern_sink_data>();
     return data;
 }
@@ -60,9 +61,12 @@ public:
                  std::string pattern, std::shared_ptr<pattern_sink_data> registry)
         : base(name, std::move(frontend))
         , pattern(std::move(pattern))
-        , registry(std::move(registry)) {}
+        , registry(std::move(registry))
+    {
+    }
 
-    ~pattern_sink() {
+    ~pattern_sink()
+    {
         std::lock_guard<std::mutex> lock(registry->mutex);
         auto const entry = registry->sinks.find(pattern);
         if (entry != registry->sinks.end() && entry->second.identity == this) {
@@ -76,7 +80,8 @@ public:
     std::shared_ptr<pattern_sink_data> const registry;
 };
 
-void write(boost::log::formatting_ostream& out, std::string_view text) {
+void write(boost::log::formatting_ostream& out, std::string_view text)
+{
     out.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
@@ -87,7 +92,8 @@ void write(boost::log::formatting_ostream& out, std::string_view text) {
 //   TAB TAB TAB second line
 //
 // The thread name appears only when the thread has one; the root logger's domain field is empty.
-void full_formatter(boost::log::record_view const& record, boost::log::formatting_ostream& out) {
+void full_formatter(boost::log::record_view const& record, boost::log::formatting_ostream& out)
+{
     auto const& names = impl::record_names::get();
     auto const& values = record.attribute_values();
     auto const message = boost::log::extract<std::string_view>(names.message, values);
@@ -123,9 +129,9 @@ void full_formatter(boost::log::record_view const& record, boost::log::formattin
     write(out, text);
 }
 
-boost::shared_ptr<impl::directory_frontend> make_frontend(std::string const& pattern,
-                                                          unsigned long rotation_size,
-                                                          unsigned long max_total_size) {
+boost::shared_ptr<impl::directory_frontend>
+make_frontend(std::string const& pattern, unsigned long rotation_size, unsigned long max_total_size)
+{
     boost::filesystem::path const path(pattern);
     auto backend = boost::make_shared<impl::directory_backend>();
     // A file whose name exists already (same pattern, same second, same counter) is continued.
@@ -153,7 +159,8 @@ boost::shared_ptr<impl::directory_frontend> make_frontend(std::string const& pat
 } // namespace
 
 std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
-                              unsigned long max_total_size) {
+                              unsigned long max_total_size)
+{
     auto const registry = get_pattern_sink_data();
     // Declared before the lock so that a handle dropped by an exception is destroyed after the
     // unlock: its destructor takes the same lock.

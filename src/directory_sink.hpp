@@ -28,7 +28,8 @@ public:
 
     // Hides the base class's function of the same name so that the collector in use and the
     // one remembered cannot differ. get_dir is the only code that sets it.
-    void set_file_collector(collector_ptr collector) {
+    void set_file_collector(collector_ptr collector)
+    {
         text_file_backend::set_file_collector(collector);
         collector_ = std::move(collector);
     }

@@ -48,7 +48,8 @@ namespace VT::Logging::detail {
 // any error under it, holds a string instead of an error (nothing is returned then); exceptions
 // from `Access` and allocation propagate.
 template <class Access, class Error>
-std::string error_log_text(Error const& error, bool one_line, std::uint32_t depth) {
+std::string error_log_text(Error const& error, bool one_line, std::uint32_t depth)
+{
     if (auto const text = Access::string_instead_of_error(error)) {
         throw std::invalid_argument(
             fmt::format("Error: Expected CFErrorRef, but received CFStringRef: {}", *text));

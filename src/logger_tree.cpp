@@ -35,11 +35,11 @@ private:
 template <boost::log::attribute_value message_data<char>::*Member>
 boost::log::attribute thread_local_attribute(message_storage* slot)
 {
-    return boost::log::attribute(
-        new thread_local_attribute_impl<message_storage, Member>(slot));
+    return boost::log::attribute(new thread_local_attribute_impl<message_storage, Member>(slot));
 }
 
-void insert_or_replace(boost::log::attribute_set& attributes, boost::log::attribute_name const& name,
+void insert_or_replace(boost::log::attribute_set& attributes,
+                       boost::log::attribute_name const& name,
                        boost::log::attribute const& attribute)
 {
     auto inserted = attributes.insert(name, attribute);
@@ -99,9 +99,9 @@ logger::data::data(std::shared_ptr<data> parent_node, std::string_view child_nam
 {
     auto const& names = impl::record_names::get();
     auto& attributes = source_logger.attributes_before_sharing();
-    attributes.insert(names.logger_data_ptr,
-                      boost::log::attribute(
-                          new impl::shared_from_this_attribute_value<logger::data>(this)));
+    attributes.insert(
+        names.logger_data_ptr,
+        boost::log::attribute(new impl::shared_from_this_attribute_value<logger::data>(this)));
     attributes.insert(names.channel,
                       boost::log::attributes::constant<std::string_view>(std::string_view(domain)));
     attributes.insert(names.source_data_ptr,
@@ -157,8 +157,8 @@ void logger::data::forget_child(std::string_view child_name)
 std::pair<boost::log::attribute_set::iterator, bool>
 logger::data::add_sink_attribute(boost::log::attribute_name const& marker_name)
 {
-    return source_logger.add_attribute(marker_name,
-                                       boost::log::attributes::constant<sink::is_sink>(sink::is_sink{}));
+    return source_logger.add_attribute(
+        marker_name, boost::log::attributes::constant<sink::is_sink>(sink::is_sink{}));
 }
 
 namespace {

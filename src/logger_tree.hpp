@@ -118,9 +118,9 @@ struct attribute_name_hash {
 // Lock order: the source's mutex, then node mutexes from parent to child (a parent stays locked
 // while its subtree is walked), then the Boost.Log logger's shared mutex.
 struct logger::data : std::enable_shared_from_this<logger::data> {
-    using sink_positions = std::unordered_map<boost::log::attribute_name,
-                                              boost::log::attribute_set::iterator,
-                                              impl::attribute_name_hash>;
+    using sink_positions =
+        std::unordered_map<boost::log::attribute_name, boost::log::attribute_set::iterator,
+                           impl::attribute_name_hash>;
 
     // The root of `source`'s tree: empty domain, level 0.
     explicit data(std::shared_ptr<logger_source::data> source);

@@ -35,7 +35,8 @@ public:
 
     static boost::shared_ptr<queueing_sink> const& get()
     {
-        static boost::shared_ptr<queueing_sink> const instance = boost::make_shared<queueing_sink>();
+        static boost::shared_ptr<queueing_sink> const instance =
+            boost::make_shared<queueing_sink>();
         return instance;
     }
 
@@ -116,9 +117,8 @@ bool is_blank(char c)
 std::string_view trim(std::string_view text)
 {
     auto const begin = std::find_if_not(text.begin(), text.end(), is_blank);
-    auto const end = std::find_if_not(text.rbegin(), std::string_view::reverse_iterator(begin),
-                                      is_blank)
-                         .base();
+    auto const end =
+        std::find_if_not(text.rbegin(), std::string_view::reverse_iterator(begin), is_blank).base();
     return text.substr(static_cast<std::size_t>(begin - text.begin()),
                        static_cast<std::size_t>(end - begin));
 }
@@ -206,10 +206,10 @@ void logger_source::data::add_log_message(message& m)
         transient.push_back(names.redo_ptr);
         auto redo = std::make_shared<bool>(false);
         auto& values = record.attribute_values();
-        values.insert(names.redo_ptr,
-                      boost::log::attribute_value(
-                          new boost::log::attributes::attribute_value_impl<std::shared_ptr<bool>>(
-                              redo)));
+        values.insert(
+            names.redo_ptr,
+            boost::log::attribute_value(
+                new boost::log::attributes::attribute_value_impl<std::shared_ptr<bool>>(redo)));
         transient.push_back(names.transient_attrs);
         values.insert(names.transient_attrs,
                       boost::log::attribute_value(

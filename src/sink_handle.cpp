@@ -16,8 +16,7 @@ namespace {
 class filtering_sink_wrapper : public boost::log::sinks::sink {
 public:
     filtering_sink_wrapper(boost::shared_ptr<boost::log::sinks::sink> inner_sink,
-                           boost::log::attribute_name name,
-                           boost::log::attribute_name enqueueing)
+                           boost::log::attribute_name name, boost::log::attribute_name enqueueing)
         : boost::log::sinks::sink(inner_sink->is_cross_thread())
         , inner(std::move(inner_sink))
         , sink_name(name)
@@ -54,14 +53,14 @@ private:
     boost::log::attribute_name const enqueueing_name;
 };
 
-boost::shared_ptr<boost::log::sinks::sink>
-wrap(boost::shared_ptr<boost::log::sinks::sink> sink, boost::log::attribute_name name)
+boost::shared_ptr<boost::log::sinks::sink> wrap(boost::shared_ptr<boost::log::sinks::sink> sink,
+                                                boost::log::attribute_name name)
 {
     if (!sink) {
         return {};
     }
-    return boost::make_shared<filtering_sink_wrapper>(
-        std::move(sink), name, impl::record_names::get().enqueueing_sink);
+    return boost::make_shared<filtering_sink_wrapper>(std::move(sink), name,
+                                                      impl::record_names::get().enqueueing_sink);
 }
 
 } // namespace

@@ -65,9 +65,9 @@ std::string format_time(boost::gregorian::date const& date,
             out = put_digits(out, offset.minutes, 2);
             return std::string(text, static_cast<std::size_t>(out - text));
         }
-        return fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d",
-                            year, month, day, hour, minute, second, millisecond,
-                            offset.negative ? '-' : '+', offset.hours, offset.minutes);
+        return fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d", year, month, day, hour,
+                            minute, second, millisecond, offset.negative ? '-' : '+', offset.hours,
+                            offset.minutes);
     } catch (std::bad_alloc const&) {
         throw; // the fallback text would need memory too
     } catch (std::exception const&) {

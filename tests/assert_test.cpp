@@ -8,8 +8,10 @@ enum class colour : int { red = 0, green = 1 };
 
 TEST(Assertion, FailedCheckThrowsInvalidArgumentWithModuleLineFunctionAndExpression)
 {
-    auto const check = [](int const* ptr) { VT_ASSERT(ptr); };
-    int const expected_line = __LINE__ - 1;
+    int const expected_line = __LINE__ + 2;
+    auto const check = [](int const* ptr) {
+        VT_ASSERT(ptr);
+    };
     try {
         check(nullptr);
         FAIL() << "no exception";

@@ -52,7 +52,9 @@ TEST(CallHelpers, LazyTextRunsOnlyWhenLoggedAndKeepsItsResult)
     source.start_logging(log_level::info);
     auto l = source.get_child_logger("lazy");
     int calls = 0;
-    auto describe = [&] { return "built " + std::to_string(++calls); };
+    auto describe = [&] {
+        return "built " + std::to_string(++calls);
+    };
     l.log(log_level::debug, v2::lazy_text(describe));
     l.log(log_level::warning, v2::lazy_text(describe));
     l.log(log_level::warning, v2::lazy_text([] { return "a literal"; }));

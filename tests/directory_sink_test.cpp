@@ -19,6 +19,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -29,7 +30,8 @@ namespace fs = boost::filesystem;
 constexpr auto info = v2::log_level::info;
 constexpr unsigned long big = 1ul << 30;
 
-std::string read_file(fs::path const& path) {
+std::string read_file(fs::path const& path)
+{
     std::ifstream in(path.string(), std::ios::binary);
     std::ostringstream text;
     text << in.rdbuf();
@@ -37,14 +39,16 @@ std::string read_file(fs::path const& path) {
 }
 
 // The files of `dir` in name order, which is counter order for the patterns used here.
-std::vector<fs::path> files_in(fs::path const& dir) {
+std::vector<fs::path> files_in(fs::path const& dir)
+{
     std::vector<fs::path> files(fs::directory_iterator{dir}, fs::directory_iterator{});
     std::sort(files.begin(), files.end());
     return files;
 }
 
 // The message column of every line of the files of `dir`, in order.
-std::vector<std::string> messages_in(fs::path const& dir) {
+std::vector<std::string> messages_in(fs::path const& dir)
+{
     std::vector<std::string> messages;
     for (auto const& file : files_in(dir)) {
         std::istringstream lines(read_file(file));
@@ -58,17 +62,19 @@ std::vector<std::string> messages_in(fs::path const& dir) {
 }
 
 // How Boost.Log prints the calling thread's identifier.
-std::string this_thread_id() {
+std::string this_thread_id()
+{
+    auto const id = boost::log::attributes::current_thread_id().get_value();
     std::ostringstream text;
-    text
-        << boost::log::attributes::current_thread_id().get_value().extract<boost::log::thread_id>();
+    text << id.extract<boost::log::thread_id>();
     return text.str();
 }
 
 // A fresh directory, removed after everything that may still write into it.
 struct temp_dir {
     temp_dir() { fs::create_directories(logs); }
-    ~temp_dir() {
+    ~temp_dir()
+    {
         boost::system::error_code ignored;
         fs::remove_all(root, ignored);
     }
@@ -81,7 +87,8 @@ protected:
     std::string pattern() const { return (logs / "log %2N.txt").string(); }
 
     // A running source that feeds `sink`; `log` writes on its logger "t".
-    void start(std::shared_ptr<v2::sink::base> const& sink) {
+    void start(std::shared_ptr<v2::sink::base> const& sink)
+    {
         source.add_sink(sink);
         source.start_logging(info);
         t.emplace(source.get_child_logger("t"));
@@ -95,7 +102,8 @@ protected:
     std::optional<v2::logger> t;
 };
 
-TEST_F(DirectorySink, OneSinkPerPatternByteForByteAndTheFirstSizesStay) {
+TEST_F(DirectorySink, OneSinkPerPatternByteForByteAndTheFirstSizesStay)
+{
     auto const sink = v2::sink::get_dir(pattern(), big, big);
     EXPECT_EQ(v2::sink::get_dir(pattern(), 10, 10), sink);
     for (auto const& other : {(logs / "Log %2N.txt").string(), (logs / "log %2N.txt ").string(),
@@ -109,7 +117,8 @@ TEST_F(DirectorySink, OneSinkPerPatternByteForByteAndTheFirstSizesStay) {
     EXPECT_EQ(files_in(logs).size(), 1u) << "the second call's rotation size was used";
 }
 
-TEST_F(DirectorySink, AfterTheLastReleaseANewSinkTakesTheNewSizes) {
+TEST_F(DirectorySink, AfterTheLastReleaseANewSinkTakesTheNewSizes)
+{
     v2::sink::get_dir(pattern(), big, big).reset();
     auto const renewed = v2::sink::get_dir(pattern(), 300, big);
     EXPECT_EQ(v2::sink::get_dir(pattern(), big, big), renewed);
@@ -125,7 +134,8 @@ TEST_F(DirectorySink, AfterTheLastReleaseANewSinkTakesTheNewSizes) {
 std::shared_ptr<v2::sink::base> dying;
 std::thread dying_thread;
 
-void let_the_sink_die() {
+void let_the_sink_die()
+{
     v2::impl::get_dir_lookup_hook = nullptr;
     std::weak_ptr<v2::sink::base> const watch = dying;
     dying_thread = std::thread([] { dying.reset(); });
@@ -134,7 +144,8 @@ void let_the_sink_die() {
     }
 }
 
-TEST_F(DirectorySink, ADyingSinkLeavesItsSuccessorsEntryAlone) {
+TEST_F(DirectorySink, ADyingSinkLeavesItsSuccessorsEntryAlone)
+{
     dying = v2::sink::get_dir(pattern(), big, big);
     v2::impl::get_dir_lookup_hook = &let_the_sink_die;
     auto const successor = v2::sink::get_dir(pattern(), big, big);
@@ -144,7 +155,8 @@ TEST_F(DirectorySink, ADyingSinkLeavesItsSuccessorsEntryAlone) {
 
 // Many threads ask for the same patterns while their sinks come and go; every call made while
 // a sink lives must return that sink.
-TEST_F(DirectorySink, ConcurrentGetAndReleaseNeverSplitsAPattern) {
+TEST_F(DirectorySink, ConcurrentGetAndReleaseNeverSplitsAPattern)
+{
     constexpr int threads = 6;
     std::string const patterns[] = {pattern(), (logs / "other %2N.txt").string()};
     start_line start(threads);
@@ -168,7 +180,8 @@ TEST_F(DirectorySink, ConcurrentGetAndReleaseNeverSplitsAPattern) {
     EXPECT_EQ(split.load(), 0);
 }
 
-TEST_F(DirectorySink, AnUnusableDirectoryFailsWithItsPathAndIsNotRemembered) {
+TEST_F(DirectorySink, AnUnusableDirectoryFailsWithItsPathAndIsNotRemembered)
+{
     fs::remove(logs);
     std::ofstream(logs.string()) << "a file where the directory should be";
     auto const nested = (logs / "sub" / "log %2N.txt").string();
@@ -184,7 +197,8 @@ TEST_F(DirectorySink, AnUnusableDirectoryFailsWithItsPathAndIsNotRemembered) {
     EXPECT_EQ(messages_in(logs / "sub"), std::vector<std::string>{"usable now"});
 }
 
-TEST_F(DirectorySink, FileLineLayout) {
+TEST_F(DirectorySink, FileLineLayout)
+{
     start(v2::sink::get_dir(pattern(), big, big));
     v2::set_current_thread_name("main");
     v2::log_str(source.get_child_logger("Network.Curl"), info, "request sent");
@@ -217,7 +231,8 @@ TEST_F(DirectorySink, FileLineLayout) {
 }
 
 // A file is rotated before the line that would take it to the rotation size.
-TEST_F(DirectorySink, RotatesBeforeALineWouldReachTheSize) {
+TEST_F(DirectorySink, RotatesBeforeALineWouldReachTheSize)
+{
     constexpr unsigned long limit = 1000;
     start(v2::sink::get_dir(pattern(), limit, big));
     std::vector<std::string> logged;
@@ -238,7 +253,8 @@ TEST_F(DirectorySink, RotatesBeforeALineWouldReachTheSize) {
     }
 }
 
-TEST_F(DirectorySink, RetentionDeletesTheOldestFilesWhateverTheirNamesAtTheFirstRotation) {
+TEST_F(DirectorySink, RetentionDeletesTheOldestFilesWhateverTheirNamesAtTheFirstRotation)
+{
     // Name order is the opposite of age, and one of them matches the pattern.
     auto const now = std::time(nullptr);
     std::pair<char const*, int> const existing[] = {
@@ -258,7 +274,8 @@ TEST_F(DirectorySink, RetentionDeletesTheOldestFilesWhateverTheirNamesAtTheFirst
     EXPECT_FALSE(fs::exists(logs / "z oldest.bin"));
 }
 
-TEST_F(DirectorySink, AppendsToAnExistingFile) {
+TEST_F(DirectorySink, AppendsToAnExistingFile)
+{
     std::ofstream((logs / "log 00.txt").string()) << "line of an earlier run\n";
     start(v2::sink::get_dir(pattern(), big, big));
     log("continued");
@@ -268,7 +285,8 @@ TEST_F(DirectorySink, AppendsToAnExistingFile) {
 }
 
 // The way to a sink's file collector, for files that this sink did not write.
-TEST_F(DirectorySink, TheCollectorIsReachableThroughTheHandle) {
+TEST_F(DirectorySink, TheCollectorIsReachableThroughTheHandle)
+{
     auto const sink = v2::sink::get_dir(pattern(), big, big);
     auto const frontend = boost::dynamic_pointer_cast<v2::impl::directory_frontend>(
         v2::sink::detail::get_unwrapped_sink(sink));
@@ -284,7 +302,8 @@ using DirectorySinkDeathTest = DirectorySink;
 
 // The child dies without running a destructor or flushing a buffer; what it logged must
 // already be in the files.
-TEST_F(DirectorySinkDeathTest, EveryLineIsOnDiskWhenTheCallReturns) {
+TEST_F(DirectorySinkDeathTest, EveryLineIsOnDiskWhenTheCallReturns)
+{
     GTEST_FLAG_SET(death_test_style, "fast"); // the child must see this test's directory
     std::vector<std::string> logged;
     for (int i = 0; i < 50; ++i) {
@@ -305,7 +324,8 @@ TEST_F(DirectorySinkDeathTest, EveryLineIsOnDiskWhenTheCallReturns) {
 
 // Boost.Log writes on into the removed file until the next rotation, which makes the
 // directory again; lines from then on are whole and in order.
-TEST_F(DirectorySink, DirectoryRemovedUnderARunningSinkIsMadeAgainAtTheNextRotation) {
+TEST_F(DirectorySink, DirectoryRemovedUnderARunningSinkIsMadeAgainAtTheNextRotation)
+{
     start(v2::sink::get_dir(pattern(), 500, big));
     log("before");
     fs::remove_all(logs);
@@ -315,7 +335,7 @@ TEST_F(DirectorySink, DirectoryRemovedUnderARunningSinkIsMadeAgainAtTheNextRotat
     auto const recovered = messages_in(logs);
     ASSERT_FALSE(recovered.empty());
     auto const first = 30 - static_cast<int>(recovered.size());
-    ASSERT_GE(first, 1) << "lines went where they could not have gone";
+    ASSERT_GE(first, 1) << "lines before the rotation belong to the removed file";
     for (int i = first; i < 30; ++i) {
         EXPECT_EQ(recovered[static_cast<std::size_t>(i - first)], "after " + std::to_string(i));
     }
@@ -324,7 +344,8 @@ TEST_F(DirectorySink, DirectoryRemovedUnderARunningSinkIsMadeAgainAtTheNextRotat
 // The directory is moved away and a file put in its place: the moved lines stay whole, the
 // next rotation fails the logging call with the path, and the sink works again (on any
 // thread: no lock was left held) once the path is usable.
-TEST_F(DirectorySink, BlockedDirectoryFailsTheCallWithItsPathThenRecovers) {
+TEST_F(DirectorySink, BlockedDirectoryFailsTheCallWithItsPathThenRecovers)
+{
     start(v2::sink::get_dir(pattern(), 500, big));
     log("before");
     fs::rename(logs, root / "moved");

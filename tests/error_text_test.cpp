@@ -26,10 +26,12 @@ struct fake_access {
     static std::optional<std::string> string_instead_of_error(error e) { return e->string_text; }
     static std::optional<std::string> description(error e) { return e->description; }
     static std::optional<std::string> failure_reason(error e) { return e->failure_reason; }
-    static std::optional<std::string> recovery_suggestion(error e) {
+    static std::optional<std::string> recovery_suggestion(error e)
+    {
         return e->recovery_suggestion;
     }
-    static std::optional<error> underlying(error e) {
+    static std::optional<error> underlying(error e)
+    {
         return e->underlying ? std::optional<error>(e->underlying) : std::nullopt;
     }
     static std::optional<std::int64_t> code(error e) { return e->code; }
@@ -37,7 +39,8 @@ struct fake_access {
     static bool same(error a, error b) { return a == b; }
 };
 
-fake_error make_error(std::string domain, std::int64_t code, std::string description) {
+fake_error make_error(std::string domain, std::int64_t code, std::string description)
+{
     fake_error e;
     e.domain = std::move(domain);
     e.code = code;
@@ -45,7 +48,8 @@ fake_error make_error(std::string domain, std::int64_t code, std::string descrip
     return e;
 }
 
-std::string text(fake_error const& e, bool one_line, std::uint32_t depth) {
+std::string text(fake_error const& e, bool one_line, std::uint32_t depth)
+{
     return VT::Logging::detail::error_log_text<fake_access>(&e, one_line, depth);
 }
 
@@ -57,7 +61,8 @@ protected:
     fake_error deepest = make_error("D3", 9, "deepest");
 };
 
-TEST_F(ErrorText, ChainOfTwoInEachLayout) {
+TEST_F(ErrorText, ChainOfTwoInEachLayout)
+{
     outer.underlying = &inner;
     EXPECT_EQ(text(outer, true, 0), "D1(5): outer [ Underlying D2(7): inner ]");
     EXPECT_EQ(text(outer, true, 4), "D1(5): outer [ Underlying D2(7): inner ]");
@@ -65,7 +70,8 @@ TEST_F(ErrorText, ChainOfTwoInEachLayout) {
     EXPECT_EQ(text(outer, false, 0), "D1(5): outerD2(7): inner");
 }
 
-TEST_F(ErrorText, ChainOfThreeInEachLayoutWithOneTabPerLevelBelowTheFirst) {
+TEST_F(ErrorText, ChainOfThreeInEachLayoutWithOneTabPerLevelBelowTheFirst)
+{
     outer.underlying = &inner;
     inner.underlying = &deepest;
     EXPECT_EQ(text(outer, true, 0),
@@ -75,7 +81,8 @@ TEST_F(ErrorText, ChainOfThreeInEachLayoutWithOneTabPerLevelBelowTheFirst) {
     EXPECT_EQ(text(outer, false, 3), "D1(5): outer\n\t\t|--D2(7): inner\n\t\t\t|--D3(9): deepest");
 }
 
-TEST(ErrorTextParts, EachPartOnlyWhenPresent) {
+TEST(ErrorTextParts, EachPartOnlyWhenPresent)
+{
     fake_error e = make_error("D1", 5, "outer");
     e.failure_reason = "reason";
     e.recovery_suggestion = "suggestion";
@@ -91,12 +98,14 @@ TEST(ErrorTextParts, EachPartOnlyWhenPresent) {
     EXPECT_EQ(text(bare, true, 0), "<null>(0): ");
 }
 
-TEST(ErrorTextParts, CodeIsSigned64BitAndTextsAreNotFormatStrings) {
+TEST(ErrorTextParts, CodeIsSigned64BitAndTextsAreNotFormatStrings)
+{
     EXPECT_EQ(text(make_error("D", -9000000000, "d"), true, 0), "D(-9000000000): d");
     EXPECT_EQ(text(make_error("{}", 1, "{0} {:>9} %@ %s"), true, 0), "{}(1): {0} {:>9} %@ %s");
 }
 
-TEST_F(ErrorText, SelfReferenceEndsTheChain) {
+TEST_F(ErrorText, SelfReferenceEndsTheChain)
+{
     outer.underlying = &outer;
     EXPECT_EQ(text(outer, true, 0), "D1(5): outer");
     EXPECT_EQ(text(outer, false, 1), "D1(5): outer");
@@ -107,7 +116,8 @@ TEST_F(ErrorText, SelfReferenceEndsTheChain) {
     EXPECT_EQ(text(outer, false, 2), "D1(5): outer\n\t|--D2(7): inner");
 }
 
-TEST_F(ErrorText, StringInPlaceOfAnErrorThrowsAtAnyDepth) {
+TEST_F(ErrorText, StringInPlaceOfAnErrorThrowsAtAnyDepth)
+{
     auto const message_of = [this](bool one_line) {
         try {
             text(outer, one_line, 0);

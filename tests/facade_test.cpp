@@ -78,7 +78,8 @@ TEST(Facade, HeldMessagesReachFileAndStandardOutputAtStart)
     vtlog_test::v2::log_str(Logging::get_logger("Quiet.Part"), log_level::warning, "too low");
     vtlog_test::v2::log_str(Logging::get_logger("Quiet.Part"), log_level::critical, "loud");
 
-    EXPECT_EQ(out.text.str(), "[Network.Curl] held and shown\n[Global] global\n[Quiet.Part] loud\n");
+    EXPECT_EQ(out.text.str(),
+              "[Network.Curl] held and shown\n[Global] global\n[Quiet.Part] loud\n");
     auto const files = files_in(dir.path);
     ASSERT_EQ(files.size(), 1u);
     std::regex const name("Vantorel \\d{4}-\\d\\d-\\d\\d \\d\\d-\\d\\d-\\d\\d " +

@@ -9,9 +9,9 @@
 #include <boost/log/core/core.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <optional>
-#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>

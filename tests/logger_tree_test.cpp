@@ -104,7 +104,8 @@ TEST(LoggerTree, PinsKeepABranchAliveUntilReset)
     v2::logger_source source;
     auto d = source.get_data();
     source.set_child_log_level("pinned.leaf", level(4));
-    std::weak_ptr<v2::logger::data> leaf = d->root->children.at("pinned").lock()->children.at("leaf");
+    std::weak_ptr<v2::logger::data> leaf =
+        d->root->children.at("pinned").lock()->children.at("leaf");
     EXPECT_FALSE(leaf.expired()) << "no handle names it, the pin holds it";
     EXPECT_EQ(source.get_child_logger("pinned.leaf").get_log_level(), level(4));
 
@@ -133,7 +134,8 @@ TEST(LoggerTree, ChildrenAreHeldWeaklyAndRemoveThemselves)
 TEST(LoggerTreeRace, ChurnKeepsTheMarkerInvariant)
 {
     v2::logger_source source;
-    capture_sink sinks[] = {capture_sink("churn a"), capture_sink("churn b"), capture_sink("churn c")};
+    capture_sink sinks[] = {capture_sink("churn a"), capture_sink("churn b"),
+                            capture_sink("churn c")};
     std::vector<v2::logger> kept;
     constexpr int rounds = 300;
     start_line sync(4);

@@ -67,7 +67,8 @@ TEST(TimeText, FieldsAreTruncatedAndFallbacksKeepTheWidth)
         << "a field wider than its column is printed whole";
     for (int i = 0; i < 500; ++i) {
         date const d = date(1400, 1, 1) + boost::gregorian::days(i * 6007);
-        auto const t = microseconds(static_cast<long long>(i) * 172'799'999'983LL % 86'400'000'000LL);
+        auto const t =
+            microseconds(static_cast<long long>(i) * 172'799'999'983LL % 86'400'000'000LL);
         v2::impl::tz_offset const o{i % 2 == 0, i % 25, i % 60};
         auto const ymd = d.year_month_day();
         ASSERT_EQ(v2::impl::format_time(d, t, o),

@@ -45,9 +45,9 @@ namespace VT::Logging {
 
 // The configuration of the process-wide logging; the library gives no defaults, fill every field.
 struct LogConfig {
-    v2::log_level level;                                      // level of the root logger
+    v2::log_level level;                                          // level of the root logger
     std::unordered_map<std::string, v2::log_level> domain_levels; // explicit level per domain
-    VT::filesystem::path log_directory;                       // where the log files go
+    VT::filesystem::path log_directory;                           // where the log files go
     std::uint64_t max_size;      // bytes all files of the directory may take together
     std::uint64_t rotation_size; // bytes after which a new file is begun
 };

@@ -7,5 +7,6 @@ int main()
     v2::logger_source source;
     source.add_sink(v2::sink::get_stdout());
     source.start_logging(v2::log_level::info);
-    v2::log_fmt(source.get_child_logger("Consumer"), v2::log_level::info, "installed {} headers", 2);
+    v2::log_fmt(source.get_child_logger("Consumer"), v2::log_level::info, "installed {} headers",
+                2);
 }

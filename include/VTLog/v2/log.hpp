@@ -250,11 +250,15 @@ VTLOG_API std::shared_ptr<base> get_stdout();
 VTLOG_API std::shared_ptr<base> get_stderr();
 
 // The sink that appends to rotating files named by `pattern` (Boost.Log file-name placeholders
-// such as %Y-%m-%d and %2N; its directory holds the files). Files rotate after `rotation_size`
-// bytes and daily at local midnight; the oldest files of the directory are deleted to keep its
-// total under `max_total_size`. Every record is flushed. While a sink for `pattern` lives, the
-// same handle is returned and the sizes are ignored. Thread-safe. Throws Boost.Filesystem or
-// Boost.Log exceptions when the directory cannot be used.
+// such as %Y-%m-%d and %2N; its directory, created if missing, holds the files). A file is
+// closed before a line would take it to `rotation_size` bytes, and daily at local midnight.
+// Every file of the directory counts toward `max_total_size`, whatever its name: at each
+// rotation the oldest files are deleted until the total is back under it. Each line is flushed
+// to its file before the logging call returns.
+// While a sink for `pattern` (compared byte for byte) lives, the same handle is returned and the
+// sizes are ignored. Thread-safe. Throws Boost.Filesystem or Boost.Log exceptions naming the
+// path when the directory cannot be created; errors writing files later are Boost.Log's and
+// reach the logging call the same way.
 VTLOG_API std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
                                         unsigned long max_total_size);
 
