@@ -4,194 +4,126 @@
 #include "logger_source.hpp"
 #include "logger_tree.hpp"
 
-#include <gtest/gtest.h>
-
 #include <boost/log/core/core.hpp>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <optional>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace {
 
 using namespace vtlog_test;
-using v2::log_level;
+using Strings = std::vector<std::string>;
 
-log_level level(int value)
-{
-    return static_cast<log_level>(value);
-}
+struct LoggerSource : ::testing::Test {
+    LoggerSource() { source.add_sink(sink.handle); }
+    capture_sink sink;
+    v2::logger_source source;
+};
 
-TEST(LoggerSource, ConcurrentFirstUseCreatesOneData)
+TEST(LoggerSourceRace, ConcurrentFirstUseCreatesOneData)
 {
     for (int round = 0; round < 50; ++round) {
         v2::logger_source source;
         std::shared_ptr<v2::logger_source::data> seen[2];
-        std::atomic<int> ready{0};
+        start_line start(2);
         auto take = [&](int i) {
-            ready.fetch_add(1);
-            while (ready.load() < 2) {
-                std::this_thread::yield();
-            }
+            start.arrive_and_wait();
             seen[i] = source.get_data();
         };
         std::thread other(take, 0);
         take(1);
         other.join();
         ASSERT_EQ(seen[0], seen[1]);
-        ASSERT_TRUE(seen[0]->root);
         EXPECT_EQ(seen[0]->root->source, seen[0]);
     }
 }
 
-TEST(LoggerSource, HeldMessagesAreReplayedInOrderThroughTheLevelFilter)
+TEST_F(LoggerSource, HeldMessagesAreReplayedInOrderThroughTheLevelsAtTheStart)
 {
-    v2::logger_source source;
-    capture_sink sink;
-    source.add_sink(sink.handle);
     auto net = source.get_child_logger("net");
     auto db = source.get_child_logger("db");
-
     counting_text low("too quiet");
     v2::log_str(net, level(3), "first");
     net.log(level(1), low);
     v2::log_str(db, level(5), "second");
+    v2::log_str(source.get_child_logger("quiet"), level(3), "raised before the start");
+    source.set_child_log_level("quiet", level(4));
     v2::log_str(net, level(3), "third");
     EXPECT_EQ(low.calls(), 1) << "text is taken when held, whatever the level";
-    EXPECT_TRUE(sink.backend->records().empty()) << "nothing is written before the start";
+    EXPECT_TRUE(sink.lines().empty()) << "nothing is written before the start";
 
     source.start_logging(level(3));
+    counting_text below("below");
+    net.log(level(2), below);
     v2::log_str(db, level(3), "after");
-
-    std::vector<captured_record> const expected{
-        {"net", "first"}, {"db", "second"}, {"net", "third"}, {"db", "after"}};
-    EXPECT_EQ(sink.backend->records(), expected);
-    EXPECT_EQ(low.calls(), 1);
+    EXPECT_EQ(below.calls(), 0) << "a running source filters before asking for text";
+    EXPECT_EQ(sink.lines(), (Strings{"[net] first", "[db] second", "[net] third", "[db] after"}));
 }
 
-TEST(LoggerSource, ReplayUsesTheLevelAsItStandsAtTheStart)
+TEST_F(LoggerSource, BlankTextsAreNotLoggedAndTextsAreTrimmed)
 {
-    v2::logger_source source;
-    capture_sink sink;
-    source.add_sink(sink.handle);
-    auto quiet = source.get_child_logger("quiet");
-    v2::log_str(quiet, level(2), "held");
-    source.set_child_log_level("quiet", level(4));
-    source.start_logging(level(0));
-    EXPECT_TRUE(sink.backend->records().empty());
-}
-
-TEST(LoggerSource, RunningSourceFiltersWithoutAskingForText)
-{
-    v2::logger_source source;
-    capture_sink sink;
-    source.add_sink(sink.handle);
-    source.start_logging(level(2));
-    auto l = source.get_child_logger("a.b");
-
-    counting_text below("below"), at("at");
-    l.log(level(1), below);
-    l.log(level(2), at);
-    EXPECT_EQ(below.calls(), 0);
-    EXPECT_EQ(at.calls(), 1);
-    EXPECT_EQ(sink.backend->records(), (std::vector<captured_record>{{"a.b", "at"}}));
-}
-
-TEST(LoggerSource, BlankTextsAreNotLoggedAndTextsAreTrimmed)
-{
-    v2::logger_source source;
-    capture_sink sink;
-    source.add_sink(sink.handle);
     auto l = source.get_child_logger("x");
-    v2::log_str(l, level(0), " \t\n ");
-    v2::log_str(l, level(0), std::string_view("\0\0", 2));
-    v2::log_str(l, level(0), "");
+    for (auto blank :
+         {std::string_view(" \t\n "), std::string_view(), std::string_view("\0\0", 2)}) {
+        v2::log_str(l, level(0), blank);
+    }
     v2::log_str(l, level(0), "\n  two\twords \n inside\n\t ");
     source.start_logging(level(0));
     v2::log_str(l, level(0), "   \t");
     v2::log_str(l, level(0), std::string_view("\0 late \0", 8));
-    EXPECT_EQ(sink.backend->messages(), (std::vector<std::string>{"two\twords \n inside", "late"}));
+    EXPECT_EQ(sink.lines(), (Strings{"[x] two\twords \n inside", "[x] late"}));
 }
 
-TEST(LoggerSource, SecondStartChangesTheRootLevelThenThrows)
+TEST_F(LoggerSource, SecondStartChangesTheRootLevelThenThrows)
 {
-    v2::logger_source source;
     auto l = source.get_child_logger("a");
     source.start_logging(level(1));
-    try {
-        source.start_logging(level(4));
-        FAIL() << "no exception";
-    } catch (std::invalid_argument const& e) {
-        EXPECT_TRUE(std::string(e.what()).find(":  run Assertion c == state::enqueueing failed.") !=
-                    std::string::npos)
-            << e.what();
-        EXPECT_EQ(std::string(e.what()).rfind("VTLog/v2/log:", 0), 0u);
-    }
+    expect_assertion([&] { source.start_logging(level(4)); }, "VTLog/v2/log",
+                     "run Assertion c == state::enqueueing");
     EXPECT_EQ(l.get_log_level(), level(4));
 }
 
-TEST(LoggerSource, DestroyingAnUnstartedSourceDiscardsWhatItHeld)
+TEST(LoggerSourceLifetime, LoggersOutlivingTheirSourceWriteNothingAndAskForNothing)
 {
-    capture_sink sink;
-    std::optional<v2::logger> survivor;
-    {
-        v2::logger_source source;
-        source.add_sink(sink.handle);
-        survivor = source.get_child_logger("left.behind");
-        v2::log_str(*survivor, level(5), "never written");
+    for (bool started : {false, true}) {
+        capture_sink sink;
+        std::optional<v2::logger> survivor;
+        {
+            v2::logger_source source;
+            source.add_sink(sink.handle);
+            survivor = source.get_child_logger("left.behind");
+            v2::log_str(*survivor, level(5), "held, or written if started");
+            if (started) {
+                source.start_logging(level(0));
+            }
+        }
+        counting_text after("after the end");
+        survivor->log(level(9), after);
+        EXPECT_EQ(after.calls(), 0);
+        EXPECT_EQ(survivor->get_domain(), "left.behind");
+        EXPECT_EQ(sink.lines(),
+                  started ? Strings{"[left.behind] held, or written if started"} : Strings{});
     }
-    counting_text after("after the end");
-    survivor->log(level(5), after);
-    EXPECT_EQ(after.calls(), 0);
-    EXPECT_EQ(survivor->get_domain(), "left.behind");
-    EXPECT_EQ(survivor->get_log_level(), level(0));
-    EXPECT_TRUE(sink.backend->records().empty());
 }
 
-TEST(LoggerSource, LoggerOutlivingARunningSourceWritesNothing)
+TEST_F(LoggerSource, HeldRecordKeepsItsNodeAlive)
 {
-    capture_sink sink;
-    std::optional<v2::logger> survivor;
-    {
-        v2::logger_source source;
-        source.add_sink(sink.handle);
-        source.start_logging(level(0));
-        survivor = source.get_child_logger("svc");
-        v2::log_str(*survivor, level(0), "while running");
-    }
-    counting_text after("after");
-    survivor->log(level(9), after);
-    EXPECT_EQ(after.calls(), 0);
-    EXPECT_EQ(sink.backend->messages(), std::vector<std::string>{"while running"});
-}
-
-TEST(LoggerSource, HeldRecordKeepsItsNodeAliveAndIsWrittenWithItsChannel)
-{
-    v2::logger_source source;
-    capture_sink sink;
-    source.add_sink(sink.handle);
     std::weak_ptr<v2::logger::data> node;
     {
-        auto l = source.get_child_logger("short.lived");
-        auto parent = source.get_data()->root->children.at("short").lock();
-        node = parent->children.at("lived");
+        auto l = source.get_child_logger("short");
+        node = source.get_data()->root->children.at("short");
         v2::log_str(l, level(0), "held");
     }
     EXPECT_FALSE(node.expired()) << "the queued record holds the node";
     source.start_logging(level(0));
     EXPECT_TRUE(node.expired()) << "the replayed record released it";
-    EXPECT_EQ(sink.backend->records(), (std::vector<captured_record>{{"short.lived", "held"}}));
+    EXPECT_EQ(sink.lines(), Strings{"[short] held"});
 }
 
-TEST(LoggerSource, DisabledCoreHoldsAndWritesNothing)
+TEST_F(LoggerSource, DisabledCoreHoldsAndWritesNothing)
 {
-    v2::logger_source source;
-    capture_sink sink;
-    source.add_sink(sink.handle);
     auto l = source.get_child_logger("off");
     boost::log::core::get()->set_logging_enabled(false);
     v2::log_str(l, level(0), "held while disabled");
@@ -200,10 +132,10 @@ TEST(LoggerSource, DisabledCoreHoldsAndWritesNothing)
     v2::log_str(l, level(0), "written while disabled");
     boost::log::core::get()->set_logging_enabled(true);
     v2::log_str(l, level(0), "enabled");
-    EXPECT_EQ(sink.backend->messages(), std::vector<std::string>{"enabled"});
+    EXPECT_EQ(sink.lines(), Strings{"[off] enabled"});
 }
 
-TEST(LoggerSource, TwoSourcesNeverSeeEachOthersRecords)
+TEST(LoggerSourceIsolation, TwoSourcesNeverSeeEachOthersRecords)
 {
     v2::logger_source first, second;
     capture_sink first_sink("first sink"), second_sink("second sink");
@@ -214,68 +146,42 @@ TEST(LoggerSource, TwoSourcesNeverSeeEachOthersRecords)
     v2::log_str(second.get_child_logger("same"), level(0), "from second");
     first.start_logging(level(0));
     v2::log_str(first.get_child_logger("same"), level(0), "from first");
-
-    EXPECT_EQ(first_sink.backend->messages(),
-              (std::vector<std::string>{"held by first", "from first"}));
-    EXPECT_EQ(second_sink.backend->messages(), std::vector<std::string>{"from second"});
+    EXPECT_EQ(first_sink.lines(), (Strings{"[same] held by first", "[same] from first"}));
+    EXPECT_EQ(second_sink.lines(), Strings{"[same] from second"});
 }
 
-// Several threads log numbered messages while another thread starts the source. Every message
-// is written at most once, in per-thread order, and its text is taken once. The only messages
-// not written are those that met the reported overlap (the start switched the state, and the
-// start-up marker had not yet left the tree): they throw the redo_ptr assertion instead.
-class numbered_text : public v2::log_function_ref {
-public:
-    numbered_text(int thread, int number, std::atomic<int>& calls)
-        : text_("t" + std::to_string(thread) + " " + std::to_string(number))
-        , calls_(calls)
-    {
-    }
-    std::string_view get_str() const override
-    {
-        calls_.fetch_add(1, std::memory_order_relaxed);
-        return text_;
-    }
-
-private:
-    std::string text_;
-    std::atomic<int>& calls_;
-};
-
+// Several threads log numbered messages while the main thread starts the source mid-stream.
+// Each message is written at most once, in per-thread order, its text taken once. The only
+// messages not written met the reported overlap (state switched, start-up marker still on the
+// tree): they throw the redo_ptr assertion instead.
 TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
 {
-    constexpr int threads = 3;
-    constexpr int max_messages = 4000;
-    constexpr int before_start = 40;
-    constexpr int after_start = 40;
+    constexpr int threads = 3, max_messages = 4000, warm_up = 40, after_start = 40;
     auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    int overlaps_seen = 0;
-    int rounds = 0;
-
+    int overlaps = 0, rounds = 0;
     for (; rounds < 200 && std::chrono::steady_clock::now() < deadline; ++rounds) {
         v2::logger_source source;
         capture_sink sink;
         source.add_sink(sink.handle);
         std::vector<std::vector<std::atomic<int>>> calls(threads);
         std::vector<std::vector<int>> overlapped(threads);
-        std::vector<int> logged(threads, 0);
+        std::vector<int> logged(threads);
         std::atomic<int> warmed_up{0};
         std::atomic<bool> started{false};
 
         auto log_numbered = [&](int t) {
-            auto l = source.get_child_logger("race.t" + std::to_string(t));
+            auto l = source.get_child_logger("t" + std::to_string(t));
             calls[t] = std::vector<std::atomic<int>>(max_messages);
-            int since_start = 0;
             int k = 0;
-            for (; k < max_messages && since_start < after_start; ++k) {
-                if (k == before_start) {
-                    warmed_up.fetch_add(1);
-                }
-                if (started.load()) {
-                    ++since_start;
-                }
+            for (int since_start = 0; k < max_messages && since_start < after_start; ++k) {
+                warmed_up.fetch_add(k == warm_up);
+                since_start += started.load();
+                auto const text = std::to_string(k);
                 try {
-                    l.log(level(0), numbered_text(t, k, calls[t][k]));
+                    l.log(level(0), v2::lazy_text([&] {
+                              ++calls[t][k];
+                              return text;
+                          }));
                 } catch (std::invalid_argument const& e) {
                     ASSERT_NE(std::string(e.what()).find("consume_impl Assertion redo_ptr failed."),
                               std::string::npos)
@@ -285,7 +191,6 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
             }
             logged[t] = k;
         };
-
         std::vector<std::thread> writers;
         for (int t = 0; t < threads; ++t) {
             writers.emplace_back(log_numbered, t);
@@ -300,30 +205,26 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
         }
 
         std::vector<std::vector<int>> written(threads);
-        for (auto const& r : sink.backend->records()) {
+        for (auto const& line : sink.lines()) {
             int t = 0, k = 0;
-            ASSERT_EQ(std::sscanf(r.message.c_str(), "t%d %d", &t, &k), 2) << r.message;
-            ASSERT_EQ(r.channel, "race.t" + std::to_string(t));
+            ASSERT_EQ(std::sscanf(line.c_str(), "[t%d] %d", &t, &k), 2) << line;
             written[t].push_back(k);
         }
         for (int t = 0; t < threads; ++t) {
-            ASSERT_TRUE(std::is_sorted(written[t].begin(), written[t].end()));
-            ASSERT_EQ(std::adjacent_find(written[t].begin(), written[t].end()), written[t].end())
-                << "a message was written twice";
-            std::vector<int> all = written[t];
+            auto& all = written[t];
+            ASSERT_TRUE(std::is_sorted(all.begin(), all.end())) << "per-thread order";
             all.insert(all.end(), overlapped[t].begin(), overlapped[t].end());
             std::sort(all.begin(), all.end());
-            ASSERT_EQ(all.size(), static_cast<std::size_t>(logged[t]))
-                << "thread " << t << " lost messages, or one was both written and reported";
+            ASSERT_EQ(all.size(), std::size_t(logged[t])) << "lost, or both written and reported";
             for (int k = 0; k < logged[t]; ++k) {
-                ASSERT_EQ(all[k], k);
-                ASSERT_EQ(calls[t][k].load(), 1) << "text of t" << t << " " << k;
+                ASSERT_EQ(all[k], k) << "thread " << t;
+                ASSERT_EQ(calls[t][k].load(), 1) << "text of " << t << " " << k;
             }
-            overlaps_seen += static_cast<int>(overlapped[t].size());
+            overlaps += static_cast<int>(overlapped[t].size());
         }
     }
     RecordProperty("rounds", rounds);
-    RecordProperty("overlaps", overlaps_seen);
+    RecordProperty("overlaps", overlaps);
 }
 
 } // namespace

@@ -1,7 +1,10 @@
-// Shared test helpers: a sink that keeps what it receives, and a text source that counts calls.
+// Shared test helpers: a sink that keeps what it receives, a text source that counts calls, a
+// start line for racing threads, and the check of an assertion's text.
 #pragma once
 
 #include "VTLog/v2/log.hpp"
+
+#include <gtest/gtest.h>
 
 #include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/sinks/basic_sink_backend.hpp>
@@ -9,10 +12,10 @@
 #include <boost/make_shared.hpp>
 
 #include <atomic>
-#include <memory>
+#include <functional>
 #include <mutex>
+#include <regex>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -20,51 +23,37 @@ namespace vtlog_test {
 
 namespace v2 = VT::Logging::v2;
 
-struct captured_record {
-    std::string channel; // empty when the record has no "Channel"
-    std::string message;
-    bool operator==(captured_record const& other) const
-    {
-        return channel == other.channel && message == other.message;
-    }
-};
+inline v2::log_level level(int value)
+{
+    return static_cast<v2::log_level>(value);
+}
 
-// A Boost.Log back end that keeps every record's channel and message.
+// Keeps every record as "[channel] message", or the message alone when it has no channel.
 class capture_backend
     : public boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
 public:
     void consume(boost::log::record_view const& record)
     {
         auto const& values = record.attribute_values();
-        captured_record captured;
+        std::string line;
         if (auto channel = boost::log::extract<std::string_view>("Channel", values)) {
-            captured.channel = std::string(*channel);
+            line.append("[").append(*channel).append("] ");
         }
-        if (auto message = boost::log::extract<std::string_view>("ggmessage", values)) {
-            captured.message = std::string(*message);
-        }
+        line.append(boost::log::extract_or_default<std::string_view>("ggmessage", values,
+                                                                     std::string_view()));
         std::lock_guard<std::mutex> lock(mutex_);
-        records_.push_back(std::move(captured));
+        lines_.push_back(std::move(line));
     }
 
-    std::vector<captured_record> records() const
+    std::vector<std::string> lines() const
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        return records_;
-    }
-
-    std::vector<std::string> messages() const
-    {
-        std::vector<std::string> texts;
-        for (auto const& r : records()) {
-            texts.push_back(r.message);
-        }
-        return texts;
+        return lines_;
     }
 
 private:
     mutable std::mutex mutex_;
-    std::vector<captured_record> records_;
+    std::vector<std::string> lines_;
 };
 
 // A library sink handle over a capturing back end, routed by `name`.
@@ -76,9 +65,29 @@ struct capture_sink {
               boost::make_shared<boost::log::sinks::synchronous_sink<capture_backend>>(backend)))
     {
     }
+    std::vector<std::string> lines() const { return backend->lines(); }
 
     boost::shared_ptr<capture_backend> backend;
     std::shared_ptr<v2::sink::base> handle;
+};
+
+// A message text that counts how often the library asked for it.
+class counting_text : public v2::log_function_ref {
+public:
+    explicit counting_text(std::string text)
+        : text_(std::move(text))
+    {
+    }
+    std::string_view get_str() const override
+    {
+        calls_.fetch_add(1, std::memory_order_relaxed);
+        return text_;
+    }
+    int calls() const { return calls_.load(std::memory_order_relaxed); }
+
+private:
+    std::string text_;
+    mutable std::atomic<int> calls_{0};
 };
 
 // Releases a fixed number of threads at once (a one-shot barrier, C++17 has none).
@@ -100,23 +109,21 @@ private:
     std::atomic<int> waiting_;
 };
 
-// A message text that counts how often the library asked for it.
-class counting_text : public v2::log_function_ref {
-public:
-    explicit counting_text(std::string text)
-        : text_(std::move(text))
-    {
+// `call` throws std::invalid_argument with "<module>:<line>:  <function> Assertion <...> failed.".
+inline void expect_assertion(std::function<void()> const& call, std::string const& module,
+                             std::string const& function_and_expression)
+{
+    try {
+        call();
+        ADD_FAILURE() << "no exception, expected " << function_and_expression;
+    } catch (std::invalid_argument const& e) {
+        std::string const text = e.what();
+        auto const line_end = text.find(':', module.size() + 1);
+        EXPECT_TRUE(line_end != std::string::npos &&
+                    std::regex_match(text.substr(0, line_end), std::regex(module + ":[0-9]+")) &&
+                    text.substr(line_end) == ":  " + function_and_expression + " failed.")
+            << text;
     }
-    std::string_view get_str() const override
-    {
-        calls_.fetch_add(1, std::memory_order_relaxed);
-        return text_;
-    }
-    int calls() const { return calls_.load(std::memory_order_relaxed); }
-
-private:
-    std::string text_;
-    mutable std::atomic<int> calls_{0};
-};
+}
 
 } // namespace vtlog_test
