@@ -19,6 +19,19 @@
 #include <vector>
 
 namespace {
+struct never_formatted;
+}
+
+// Formatting this argument is a bug: a filtered message must never be formatted.
+template <>
+struct fmt::formatter<never_formatted> : fmt::formatter<int> {
+    auto format(never_formatted const&, fmt::format_context&) const -> fmt::appender
+    {
+        throw std::logic_error("filtered message was formatted");
+    }
+};
+
+namespace {
 
 namespace v2 = VT::Logging::v2;
 using v2::log_level;
@@ -83,6 +96,60 @@ void BM_FilteredCall(benchmark::State& state)
         double(vtlog_bench::allocations.load() - before), benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(BM_FilteredCall);
+
+// The same filtered message written two ways, both building their text source per call as a
+// caller does: a hand-written log_function_ref holding its arguments, and log_fmt. Neither
+// formats: both would throw.
+struct never_formatted {};
+
+class hand_written_text : public v2::log_function_ref {
+public:
+    hand_written_text(int const& bytes, std::string const& host)
+        : bytes_(bytes)
+        , host_(host)
+    {
+    }
+    std::string_view get_str() const override
+    {
+        throw std::logic_error("filtered text of " + host_ + std::to_string(bytes_) + " was built");
+    }
+
+private:
+    int const& bytes_;
+    std::string const& host_;
+};
+
+template <class Log>
+void filtered_message(benchmark::State& state, Log log)
+{
+    v2::logger_source source;
+    source.start_logging(log_level::warning);
+    auto const l = source.get_child_logger("bench.filtered");
+    int const bytes = 1234;
+    std::string const host = "example.org";
+    auto const before = vtlog_bench::allocations.load();
+    for (auto _ : state) {
+        log(l, bytes, host);
+    }
+    state.counters["allocs/call"] = benchmark::Counter(
+        double(vtlog_bench::allocations.load() - before), benchmark::Counter::kAvgIterations);
+}
+
+void BM_FilteredHandWritten(benchmark::State& state)
+{
+    filtered_message(state, [](v2::logger const& l, int const& bytes, std::string const& host) {
+        l.log(log_level::debug, hand_written_text(bytes, host));
+    });
+}
+BENCHMARK(BM_FilteredHandWritten);
+
+void BM_FilteredLogFmt(benchmark::State& state)
+{
+    filtered_message(state, [](v2::logger const& l, int const& bytes, std::string const& host) {
+        v2::log_fmt(l, log_level::debug, "sent {} bytes to {}{}", bytes, host, never_formatted{});
+    });
+}
+BENCHMARK(BM_FilteredLogFmt);
 
 void BM_WrittenToDiscardingSink(benchmark::State& state)
 {

@@ -69,7 +69,8 @@ public:
     // Writes one message. On a running source a message below the logger's level costs a load
     // and a comparison and never asks for its text. Before the source starts, the message is
     // held and filtered when `logger_source::start_logging` replays it. A text that is empty or
-    // only white space is not logged. Exceptions from `text.get_str()` propagate.
+    // only white space is not logged. Exceptions from `text.get_str()` and from the sinks (a file
+    // that cannot be written) propagate.
     //
     // One overlap is reported rather than hidden: a message logged on another thread in the
     // instant between the source switching to running and the start-up marker leaving the tree
@@ -118,7 +119,8 @@ private:
 
 namespace detail {
 
-// The text of log_fmt: formatted into a stack buffer on demand, never when filtered.
+// The text of log_fmt: formatted on demand into a stack buffer (on the heap when longer), never
+// when filtered. Constructing it only stores references, so a filtered call stays cheap.
 template <class... Args>
 class format_text final : public log_function_ref {
 public:
@@ -129,24 +131,34 @@ public:
     }
     std::string_view get_str() const override
     {
-        std::apply(
+        auto const written = std::apply(
             [this](Args const&... args) {
-                fmt::vformat_to(fmt::appender(buffer_), format_, fmt::make_format_args(args...));
+                return fmt::vformat_to_n(buffer_, sizeof buffer_, format_,
+                                         fmt::make_format_args(args...));
             },
             args_);
-        return std::string_view(buffer_.data(), buffer_.size());
+        if (written.size <= sizeof buffer_) {
+            return std::string_view(buffer_, written.size);
+        }
+        overflow_.emplace(std::apply(
+            [this](Args const&... args) {
+                return fmt::vformat(format_, fmt::make_format_args(args...));
+            },
+            args_));
+        return *overflow_;
     }
 
 private:
     fmt::string_view format_;
     std::tuple<Args const&...> args_;
-    mutable fmt::memory_buffer buffer_;
+    mutable char buffer_[500];
+    mutable std::optional<std::string> overflow_;
 };
 
 } // namespace detail
 
 // Writes an fmt-style message, formatted only if the message is logged (into a stack buffer,
-// growing on the heap past 500 bytes); otherwise the same behaviour as `logger::log`. The
+// on the heap past 500 bytes); otherwise the same behaviour as `logger::log`. The
 // arguments are referenced, not copied. The format is checked against the arguments at compile
 // time in C++20, and in C++17 when written as FMT_STRING("..."); an unchecked bad format throws
 // fmt::format_error when the message is logged.
