@@ -1,5 +1,5 @@
-// Shared test helpers: a sink that keeps what it receives, a text source that counts calls, a
-// start line for racing threads, and the check of an assertion's text.
+// Shared test helpers: a sink that keeps what it receives, a start line for racing threads, and
+// the check of an assertion's text.
 #pragma once
 
 #include "VTLog/v2/log.hpp"
@@ -69,25 +69,6 @@ struct capture_sink {
 
     boost::shared_ptr<capture_backend> backend;
     std::shared_ptr<v2::sink::base> handle;
-};
-
-// A message text that counts how often the library asked for it.
-class counting_text : public v2::log_function_ref {
-public:
-    explicit counting_text(std::string text)
-        : text_(std::move(text))
-    {
-    }
-    std::string_view get_str() const override
-    {
-        calls_.fetch_add(1, std::memory_order_relaxed);
-        return text_;
-    }
-    int calls() const { return calls_.load(std::memory_order_relaxed); }
-
-private:
-    std::string text_;
-    mutable std::atomic<int> calls_{0};
 };
 
 // Releases a fixed number of threads at once (a one-shot barrier, C++17 has none).
