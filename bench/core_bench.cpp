@@ -24,7 +24,8 @@ struct never_formatted;
 
 // Formatting this argument is a bug: a filtered message must never be formatted.
 template <>
-struct fmt::formatter<never_formatted> : fmt::formatter<int> {
+struct fmt::formatter<never_formatted> {
+    constexpr auto parse(fmt::format_parse_context& ctx) { return ctx.begin(); }
     auto format(never_formatted const&, fmt::format_context&) const -> fmt::appender
     {
         throw std::logic_error("filtered message was formatted");

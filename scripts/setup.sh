@@ -7,7 +7,7 @@ packages=(
     cmake ninja-build g++ pkg-config
     libboost-log-dev libboost-thread-dev libboost-filesystem-dev
     libboost-date-time-dev libboost-system-dev
-    libfmt-dev libgtest-dev libgmock-dev libbenchmark-dev
+    libfmt-dev libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
     "$@"
 )
 
