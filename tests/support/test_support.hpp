@@ -1,5 +1,5 @@
-// Shared test helpers: a sink that keeps what it receives, a start line for racing threads, and
-// the check of an assertion's text.
+// Shared test helpers: a sink that keeps what it receives, a start line for racing threads, the
+// text of a thrown exception and the check of an assertion's text.
 #pragma once
 
 #include "VTLog/v2/log.hpp"
@@ -90,21 +90,28 @@ private:
     std::atomic<int> waiting_;
 };
 
+// The what() of the `E` that `call` throws, or "no exception".
+template <class E, class F>
+std::string thrown_text(F const& call)
+{
+    try {
+        call();
+    } catch (E const& e) {
+        return e.what();
+    }
+    return "no exception";
+}
+
 // `call` throws std::invalid_argument with "<module>:<line>:  <function> Assertion <...> failed.".
 inline void expect_assertion(std::function<void()> const& call, std::string const& module,
                              std::string const& function_and_expression)
 {
-    try {
-        call();
-        ADD_FAILURE() << "no exception, expected " << function_and_expression;
-    } catch (std::invalid_argument const& e) {
-        std::string const text = e.what();
-        auto const line_end = text.find(':', module.size() + 1);
-        EXPECT_TRUE(line_end != std::string::npos &&
-                    std::regex_match(text.substr(0, line_end), std::regex(module + ":[0-9]+")) &&
-                    text.substr(line_end) == ":  " + function_and_expression + " failed.")
-            << text;
-    }
+    std::string const text = thrown_text<std::invalid_argument>(call);
+    auto const line_end = text.find(':', module.size() + 1);
+    EXPECT_TRUE(line_end != std::string::npos &&
+                std::regex_match(text.substr(0, line_end), std::regex(module + ":[0-9]+")) &&
+                text.substr(line_end) == ":  " + function_and_expression + " failed.")
+        << text << ", expected " << function_and_expression;
 }
 
 } // namespace vtlog_test
