@@ -92,9 +92,9 @@ logger::data::data(std::shared_ptr<logger_source::data> source)
 logger::data::data(std::shared_ptr<data> parent_node, std::string_view child_name)
     : parent(std::move(parent_node))
     , source(parent->source)
+    , level(parent->level.load(std::memory_order_relaxed))
     , domain(impl::child_domain(parent->domain, child_name))
     , name(impl::last_component(domain))
-    , level(parent->level.load(std::memory_order_relaxed))
     , level_inherited(true)
 {
     auto const& names = impl::record_names::get();

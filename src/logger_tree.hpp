@@ -152,10 +152,11 @@ struct logger::data : std::enable_shared_from_this<logger::data> {
 
     std::shared_ptr<data> const parent;
     std::shared_ptr<logger_source::data> const source;
+    // Beside `source`: a filtered call reads these two and nothing else of the node.
+    std::atomic<log_level> level; // written under `mutex`, read with a relaxed load
     std::string const domain;
     std::string_view const name; // the last component of `domain`, the key in the parent
     std::mutex mutex;
-    std::atomic<log_level> level; // written under `mutex`, read with a relaxed load
     bool level_inherited;
     std::unordered_map<std::string, std::weak_ptr<data>> children;
     sink_positions sink_attributes;
