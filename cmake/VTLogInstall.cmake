@@ -20,5 +20,12 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/VTLogConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/VTLogConfig.cmake ${PROJECT_BINARY_DIR}/VTLogConfigVersion.cmake
     DESTINATION ${vtlog_cmake_dir})
 
+# On macOS the public header includes libCF++, so its users link it and CoreFoundation too.
+set(VTLOG_PC_EXTRA_CFLAGS "")
+set(VTLOG_PC_EXTRA_LIBS "")
+if(APPLE)
+    set(VTLOG_PC_EXTRA_CFLAGS "-I${VTLOG_CFXX_INCLUDE_DIR}")
+    set(VTLOG_PC_EXTRA_LIBS "${VTLOG_CFXX_LIBRARY} -framework CoreFoundation")
+endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/VTLog.pc.in ${PROJECT_BINARY_DIR}/VTLog.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/VTLog.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
