@@ -4,6 +4,7 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <fmt/format.h>
 
 #include <chrono>
 #include <filesystem>
@@ -118,3 +119,17 @@ private:
 };
 
 } // namespace vtlog_peers
+
+// Takes no format options, and throws if ever asked to format.
+template <>
+struct fmt::formatter<vtlog_peers::never_formatted> {
+    constexpr auto parse(fmt::format_parse_context& context) -> decltype(context.begin())
+    {
+        return context.begin();
+    }
+    auto format(vtlog_peers::never_formatted const&, fmt::format_context& context) const
+        -> decltype(context.out())
+    {
+        vtlog_peers::formatted_by_mistake();
+    }
+};

@@ -12,20 +12,6 @@
 #include <memory>
 #include <string>
 
-// Takes no format options, and throws if ever asked to format.
-template <>
-struct fmt::formatter<vtlog_peers::never_formatted> {
-    constexpr auto parse(fmt::format_parse_context& context) -> decltype(context.begin())
-    {
-        return context.begin();
-    }
-    auto format(vtlog_peers::never_formatted const&, fmt::format_context& context) const
-        -> decltype(context.out())
-    {
-        vtlog_peers::formatted_by_mistake();
-    }
-};
-
 namespace {
 
 namespace peers = vtlog_peers;
