@@ -7,6 +7,12 @@
 function(vtlog_public_definitions out_var system_name boost_version)
     # Boost.Log must be used as a shared library, as this library shares its core with its users.
     set(definitions BOOST_LOG_DYN_LINK BOOST_ALL_DYN_LINK)
+    # Boost before 1.81 derives from std::unary_function, which libc++ 15 and later (Xcode 15
+    # and later) removes in C++17 unless asked to keep it, and <VTLog/v2/log.hpp> includes such
+    # headers: every user needs the definition, not just the library.
+    if(system_name MATCHES "^(Darwin|iOS|tvOS|watchOS|visionOS)$" AND boost_version VERSION_LESS 1.81)
+        list(APPEND definitions _LIBCPP_ENABLE_CXX17_REMOVED_UNARY_BINARY_FUNCTION)
+    endif()
     set(${out_var} ${definitions} PARENT_SCOPE)
 endfunction()
 
