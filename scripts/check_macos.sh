@@ -12,11 +12,13 @@
 # ${XDG_CACHE_HOME:-$HOME/.cache}/vtlog-macos-check), JOBS (parallel compiles, default 2).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+scripts/setup.sh
 root=$PWD
 macos=$root/scripts/macos
 cache=${VTLOG_MACOS_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/vtlog-macos-check}
 jobs=${JOBS:-2}
-targets=(aarch64-macos x86_64-macos)
+# macOS 11 is the oldest system on arm64, and the oldest whose headers this Zig carries.
+targets=(aarch64-macos.11.0 x86_64-macos.11.0)
 
 skip() {
     echo "macOS check skipped: $*"
@@ -32,7 +34,7 @@ if [ ! -x "$zig" ] || ! cmp -s "$macos/package-lock.json" "$installed_lock"; the
     mkdir -p "$cache"
     rm -f "$installed_lock"
     cp "$macos/package.json" "$macos/package-lock.json" "$cache/"
-    if ! (cd "$cache" && npm ci --no-audit --no-fund --loglevel=error >npm.log 2>&1); then
+    if ! (cd "$cache" && npm ci --no-audit --no-fund --fetch-retries=1 --loglevel=error >npm.log 2>&1); then
         skip "npm could not install the pinned Zig ($(grep -m1 -i 'err' "$cache/npm.log" || echo "see $cache/npm.log"))"
     fi
     cp "$macos/package-lock.json" "$installed_lock"
@@ -52,12 +54,14 @@ for dir in boost fmt; do
 done
 boost_version=$(sed -n 's/^#define BOOST_LIB_VERSION "\([0-9]*\)_\([0-9]*\).*"/\1.\2/p' \
     /usr/include/boost/version.hpp)
-read -r -a definitions < <(cmake -DSYSTEM_NAME=Darwin -DBOOST_VERSION="$boost_version" \
+definitions_text=$(cmake -DSYSTEM_NAME=Darwin -DBOOST_VERSION="$boost_version" \
     -P cmake/VTLogPublicDefinitions.cmake)
+read -r -a definitions <<<"$definitions_text"
 
 # The macOS SDK and Boost are system headers there too; the stand-ins take the SDK's place.
 system_includes=(-isystem "$work/deps" -isystem "$macos/include")
-# -U...: Zig turns libc++'s checks of what the deployment target's libc++ provides off.
+# Zig's libc++ leaves out the checks that what the code uses exists in the deployment target's
+# system libc++; -U puts them back.
 common=(-std=c++17 -Wall -Wextra -Wpedantic -Werror -U_LIBCPP_HAS_NO_VENDOR_AVAILABILITY_ANNOTATIONS
     "${definitions[@]}")
 library_flags=("${common[@]}" -fvisibility=hidden -fvisibility-inlines-hidden -fPIC
