@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.."
 scripts/setup.sh
 root=$PWD
 macos=$root/scripts/macos
-cache=${VTLOG_MACOS_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/vtlog-macos-check}
+cache=${VTLOG_MACOS_CACHE:-${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/vtlog-macos-check}
 jobs=${JOBS:-2}
 # macOS 11 is the oldest system on arm64, and the oldest whose headers this Zig carries.
 targets=(aarch64-macos.11.0 x86_64-macos.11.0)
