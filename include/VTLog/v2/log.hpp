@@ -4,6 +4,8 @@
 #include <boost/log/attributes/attribute_name.hpp>
 #include <boost/log/core/core.hpp>
 #include <boost/log/core/record_view.hpp>
+#include <boost/log/detail/default_attribute_names.hpp>
+#include <boost/log/expressions/keyword.hpp>
 #include <boost/log/sinks/sink.hpp>
 #include <boost/shared_ptr.hpp>
 #include <fmt/format.h>
@@ -157,6 +159,23 @@ private:
 
 } // namespace detail
 
+namespace detail {
+
+// Stops the build when fmt cannot format an argument of log_fmt. The check runs in log_fmt
+// itself, so the compiler's report names the argument type (Arg in the instantiation it prints)
+// and leads to the caller's line; left to format_text, whose virtual get_str is compiled at the
+// end of the file, the error would point only into this header.
+template <class Arg>
+constexpr bool formattable_argument()
+{
+    static_assert(fmt::is_formattable<Arg>::value,
+                  "log_fmt: fmt cannot format an argument of type Arg; specialise "
+                  "fmt::formatter<Arg> or pass a value fmt can format");
+    return fmt::is_formattable<Arg>::value;
+}
+
+} // namespace detail
+
 // Writes an fmt-style message, formatted only if the message is logged (into a stack buffer,
 // on the heap past 500 bytes); otherwise the same behaviour as `logger::log`. The
 // arguments are referenced, not copied. The format is checked against the arguments at compile
@@ -167,7 +186,9 @@ template <class... Args>
 void log_fmt(logger const& l, log_level level, fmt::format_string<Args...> format,
              Args const&... args)
 {
-    l.log(level, detail::format_text<Args...>(format, args...));
+    if constexpr ((detail::formattable_argument<Args>() && ...)) {
+        l.log(level, detail::format_text<Args...>(format, args...));
+    }
 }
 
 // Owns one logger tree and the pipeline that carries its messages into Boost.Log.
@@ -287,5 +308,36 @@ namespace impl {
 // while the record lives.
 VTLOG_API std::string_view get_time(boost::log::record_view const& record) noexcept;
 } // namespace impl
+
+// Boost.Log attribute keywords for what every record of this library carries, for the filters
+// and formatters of sinks that users build themselves and wrap in sink::base (syslog, a text
+// stream, their own back end):
+//     frontend->set_formatter(boost::log::expressions::stream
+//                             << record::channel << ": " << record::message);
+//     frontend->set_filter(record::severity >= log_level::warning);
+// The message is not under Boost's own "Message" name, so expressions::smessage finds nothing.
+// The texts extract as std::string_view both from records written at once and from records held
+// until start_logging. A view is valid while the record lives: a back end that keeps the text
+// after consuming the record must copy it.
+namespace record {
+
+// The message text, trimmed of leading and trailing white space; never empty.
+BOOST_LOG_ATTRIBUTE_KEYWORD(message, "ggmessage", std::string_view)
+
+// The dotted domain of the logger that wrote the record; empty for a source's root logger.
+BOOST_LOG_ATTRIBUTE_KEYWORD(channel, "Channel", std::string_view)
+
+// The level of the message, under Boost.Log's default severity name. Levels have no text form:
+// use it in filters, or print static_cast<int> of it in a formatter of your own.
+BOOST_LOG_ATTRIBUTE_KEYWORD(severity, boost::log::aux::default_attribute_names::severity(),
+                            log_level)
+
+// The local time of the call, as in "2024-05-01 09:30:12.045+02:00" (see impl::get_time).
+BOOST_LOG_ATTRIBUTE_KEYWORD(time_string, "time string", std::string_view)
+
+// The name the calling thread gave itself with set_current_thread_name; empty if it has none.
+BOOST_LOG_ATTRIBUTE_KEYWORD(thread_name, "thread name", std::string_view)
+
+} // namespace record
 
 } // namespace VT::Logging::v2
