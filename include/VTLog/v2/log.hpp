@@ -25,6 +25,45 @@
 #define VTLOG_API
 #endif
 
+// What each call throws
+//
+// A broken invariant throws std::invalid_argument with the text
+// "VTLog/v2/log:<line>:  <function> Assertion <expression> failed."; raised inside a function
+// that cannot throw, it ends the process through std::terminate. Every call that is not
+// noexcept may also throw std::bad_alloc.
+//
+//   logger::logger(node)            terminates on a null node: "logger Assertion d failed."
+//   logger::log, log_str, log_fmt,  what the text throws (text.get_str(), lazy_text's function);
+//   lazy_text                       fmt::format_error for a bad format given through
+//                                   fmt::runtime; from a directory sink, std::ios_base::failure
+//                                   or a Boost.Filesystem error when the line cannot be written,
+//                                   unless a Boost.Log exception handler is installed; the
+//                                   start-up overlap described at logger::log ("consume_impl
+//                                   Assertion redo_ptr failed."). log_fmt with an argument fmt
+//                                   cannot format does not compile.
+//   logger::get_child_logger        std::invalid_argument for a path of dots only
+//                                   ("make_or_get_descendant Assertion !child_name.empty()
+//                                   failed.") or one above the maximum domain depth
+//   logger_source::get_child_logger std::invalid_argument for an empty path as well, with the
+//   set_child_log_level,            same text, and above the maximum domain depth
+//   reset_child_log_level
+//   logger_source::start_logging    std::invalid_argument on a second call ("run Assertion
+//                                   c == state::enqueueing failed.", the root level already
+//                                   set); what the sinks throw while held messages are written
+//   logger_source::add_sink,        std::invalid_argument for a null sink, the source unchanged
+//   remove_sink
+//   sink::base::base                Boost.Log exceptions from registering the sink
+//   sink::get_stdout, get_stderr    Boost.Log exceptions on the call that builds the sink; the
+//                                   next call tries again
+//   sink::get_dir                   std::invalid_argument for an empty pattern, one with no file
+//                                   name, or one whose directory part is empty or "." (retention
+//                                   would delete unrelated files); Boost.Filesystem or Boost.Log
+//                                   exceptions naming the path when the folder cannot be made
+//   logger::get_log_level, get_domain, ~logger_source, sink::detail::get_unwrapped_sink,
+//   impl::get_time                  nothing
+//   logger_source::get_data, set_current_thread_name    only std::bad_alloc
+//   record keywords in a formatter  nothing: a missing value formats as nothing
+
 namespace VT::Logging::v2 {
 
 // Severity of a message. A message passes a logger when its level is greater than or equal to
@@ -324,7 +363,8 @@ namespace record {
 // The message text, trimmed of leading and trailing white space; never empty.
 BOOST_LOG_ATTRIBUTE_KEYWORD(message, "ggmessage", std::string_view)
 
-// The dotted domain of the logger that wrote the record; empty for a source's root logger.
+// The dotted domain of the logger that wrote the record; records of a root logger (such as the
+// process-wide façade's global logger) have none.
 BOOST_LOG_ATTRIBUTE_KEYWORD(channel, "Channel", std::string_view)
 
 // The level of the message, under Boost.Log's default severity name. Levels have no text form:
