@@ -2,7 +2,7 @@
 // several domains with their own levels, a multi-line message, size rotation and retention, and
 // the console and file formats side by side.
 //
-//   vtlog_demo [--dir DIR] [--rotation-size BYTES] [--max-size BYTES] [--messages N]
+//   vtlog_demo [--dir DIR] [--rotation-size BYTES] [--max-size BYTES] [--messages N] [--help]
 #include <VTLog/VTLog.hpp>
 
 #include <boost/filesystem.hpp>
@@ -21,18 +21,37 @@ using v2::log_level;
 
 namespace {
 
+char const usage[] =
+    "usage: vtlog_demo [--dir DIR] [--rotation-size BYTES] [--max-size BYTES] [--messages N]\n"
+    "  --dir DIR              folder of the log files, created if missing\n"
+    "                         (default: a new folder under the temporary directory)\n"
+    "  --rotation-size BYTES  start a new file before a line would take one past this size\n"
+    "                         (default 1024)\n"
+    "  --max-size BYTES       at each rotation, delete the oldest files beyond this total\n"
+    "                         (default 3072)\n"
+    "  --messages N           messages written by the network thread (default 200)\n"
+    "  --help                 print this and exit\n";
+
 struct options {
     fs::path directory = fs::temp_directory_path() / fs::unique_path("vtlog-demo-%%%%-%%%%");
     unsigned long rotation_size = 1024;
     unsigned long max_size = 3 * 1024;
     int messages = 200;
+    bool help = false;
 };
 
 options parse(int argc, char** argv)
 {
     options o;
-    for (int i = 1; i + 1 < argc; i += 2) {
+    for (int i = 1; i < argc; i += 2) {
         std::string const flag = argv[i];
+        if (flag == "--help" || flag == "-h") {
+            o.help = true;
+            return o;
+        }
+        if (i + 1 == argc) {
+            throw std::invalid_argument(flag + " needs a value (see --help)");
+        }
         std::string const value = argv[i + 1];
         if (flag == "--dir") {
             o.directory = value;
@@ -43,7 +62,7 @@ options parse(int argc, char** argv)
         } else if (flag == "--messages") {
             o.messages = std::stoi(value);
         } else {
-            throw std::invalid_argument("unknown option " + flag);
+            throw std::invalid_argument("unknown option " + flag + " (see --help)");
         }
     }
     return o;
@@ -84,6 +103,10 @@ void show_directory(fs::path const& directory)
 int main(int argc, char** argv)
 try {
     options const o = parse(argc, argv);
+    if (o.help) {
+        std::cout << usage;
+        return EXIT_SUCCESS;
+    }
     fs::create_directories(o.directory);
     v2::set_current_thread_name("main");
 
@@ -114,6 +137,7 @@ try {
 
     v2::log_str(app, log_level::info, "done");
     show_directory(o.directory);
+    std::cout << "\nThe log files are left in " << o.directory.string() << "\n";
     return EXIT_SUCCESS;
 } catch (std::exception const& e) {
     std::cerr << "vtlog_demo: " << e.what() << "\n";

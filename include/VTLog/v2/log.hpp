@@ -4,6 +4,8 @@
 #include <boost/log/attributes/attribute_name.hpp>
 #include <boost/log/core/core.hpp>
 #include <boost/log/core/record_view.hpp>
+#include <boost/log/detail/default_attribute_names.hpp>
+#include <boost/log/expressions/keyword.hpp>
 #include <boost/log/sinks/sink.hpp>
 #include <boost/shared_ptr.hpp>
 #include <fmt/format.h>
@@ -22,6 +24,45 @@
 #else
 #define VTLOG_API
 #endif
+
+// What each call throws
+//
+// A broken invariant throws std::invalid_argument with the text
+// "VTLog/v2/log:<line>:  <function> Assertion <expression> failed."; raised inside a function
+// that cannot throw, it ends the process through std::terminate. Every call that is not
+// noexcept may also throw std::bad_alloc.
+//
+//   logger::logger(node)            terminates on a null node: "logger Assertion d failed."
+//   logger::log, log_str, log_fmt,  what the text throws (text.get_str(), lazy_text's function);
+//   lazy_text                       fmt::format_error for a bad format given through
+//                                   fmt::runtime; from a directory sink, std::ios_base::failure
+//                                   or a Boost.Filesystem error when the line cannot be written,
+//                                   unless a Boost.Log exception handler is installed; the
+//                                   start-up overlap described at logger::log ("consume_impl
+//                                   Assertion redo_ptr failed."). log_fmt with an argument fmt
+//                                   cannot format does not compile.
+//   logger::get_child_logger        std::invalid_argument for a path of dots only
+//                                   ("make_or_get_descendant Assertion !child_name.empty()
+//                                   failed.") or one above the maximum domain depth
+//   logger_source::get_child_logger std::invalid_argument for an empty path as well, with the
+//   set_child_log_level,            same text, and above the maximum domain depth
+//   reset_child_log_level
+//   logger_source::start_logging    std::invalid_argument on a second call ("run Assertion
+//                                   c == state::enqueueing failed.", the root level already
+//                                   set); what the sinks throw while held messages are written
+//   logger_source::add_sink,        std::invalid_argument for a null sink, the source unchanged
+//   remove_sink
+//   sink::base::base                Boost.Log exceptions from registering the sink
+//   sink::get_stdout, get_stderr    Boost.Log exceptions on the call that builds the sink; the
+//                                   next call tries again
+//   sink::get_dir                   std::invalid_argument for an empty pattern, one with no file
+//                                   name, or one whose directory part is empty or "." (retention
+//                                   would delete unrelated files); Boost.Filesystem or Boost.Log
+//                                   exceptions naming the path when the folder cannot be made
+//   logger::get_log_level, get_domain, ~logger_source, sink::detail::get_unwrapped_sink,
+//   impl::get_time                  nothing
+//   logger_source::get_data, set_current_thread_name    only std::bad_alloc
+//   record keywords in a formatter  nothing: a missing value formats as nothing
 
 namespace VT::Logging::v2 {
 
@@ -157,6 +198,23 @@ private:
 
 } // namespace detail
 
+namespace detail {
+
+// Stops the build when fmt cannot format an argument of log_fmt. The check runs in log_fmt
+// itself, so the compiler's report names the argument type (Arg in the instantiation it prints)
+// and leads to the caller's line; left to format_text, whose virtual get_str is compiled at the
+// end of the file, the error would point only into this header.
+template <class Arg>
+constexpr bool formattable_argument()
+{
+    static_assert(fmt::is_formattable<Arg>::value,
+                  "log_fmt: fmt cannot format an argument of type Arg; specialise "
+                  "fmt::formatter<Arg> or pass a value fmt can format");
+    return fmt::is_formattable<Arg>::value;
+}
+
+} // namespace detail
+
 // Writes an fmt-style message, formatted only if the message is logged (into a stack buffer,
 // on the heap past 500 bytes); otherwise the same behaviour as `logger::log`. The
 // arguments are referenced, not copied. The format is checked against the arguments at compile
@@ -167,7 +225,9 @@ template <class... Args>
 void log_fmt(logger const& l, log_level level, fmt::format_string<Args...> format,
              Args const&... args)
 {
-    l.log(level, detail::format_text<Args...>(format, args...));
+    if constexpr ((detail::formattable_argument<Args>() && ...)) {
+        l.log(level, detail::format_text<Args...>(format, args...));
+    }
 }
 
 // Owns one logger tree and the pipeline that carries its messages into Boost.Log.
@@ -287,5 +347,37 @@ namespace impl {
 // while the record lives.
 VTLOG_API std::string_view get_time(boost::log::record_view const& record) noexcept;
 } // namespace impl
+
+// Boost.Log attribute keywords for what every record of this library carries, for the filters
+// and formatters of sinks that users build themselves and wrap in sink::base (syslog, a text
+// stream, their own back end):
+//     frontend->set_formatter(boost::log::expressions::stream
+//                             << record::channel << ": " << record::message);
+//     frontend->set_filter(record::severity >= log_level::warning);
+// The message is not under Boost's own "Message" name, so expressions::smessage finds nothing.
+// The texts extract as std::string_view both from records written at once and from records held
+// until start_logging. A view is valid while the record lives: a back end that keeps the text
+// after consuming the record must copy it.
+namespace record {
+
+// The message text, trimmed of leading and trailing white space; never empty.
+BOOST_LOG_ATTRIBUTE_KEYWORD(message, "ggmessage", std::string_view)
+
+// The dotted domain of the logger that wrote the record; records of a root logger (such as the
+// process-wide façade's global logger) have none.
+BOOST_LOG_ATTRIBUTE_KEYWORD(channel, "Channel", std::string_view)
+
+// The level of the message, under Boost.Log's default severity name. Levels have no text form:
+// use it in filters, or print static_cast<int> of it in a formatter of your own.
+BOOST_LOG_ATTRIBUTE_KEYWORD(severity, boost::log::aux::default_attribute_names::severity(),
+                            log_level)
+
+// The local time of the call, as in "2024-05-01 09:30:12.045+02:00" (see impl::get_time).
+BOOST_LOG_ATTRIBUTE_KEYWORD(time_string, "time string", std::string_view)
+
+// The name the calling thread gave itself with set_current_thread_name; empty if it has none.
+BOOST_LOG_ATTRIBUTE_KEYWORD(thread_name, "thread name", std::string_view)
+
+} // namespace record
 
 } // namespace VT::Logging::v2
