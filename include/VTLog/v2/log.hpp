@@ -78,6 +78,11 @@ public:
     // failed.") and is not written. Start logging before other threads log to avoid it.
     VTLOG_API void log(log_level level, log_function_ref const& text) const;
 
+    // Whether a message at `level` logged now would be written or held: false once the source
+    // has finished, and on a running source for a level below this logger's; true before the
+    // start, which decides then. It makes the test that `log` makes before asking for a text.
+    VTLOG_API bool is_enabled(log_level level) const noexcept;
+
     // The current level of this logger; read without a lock.
     VTLOG_API log_level get_log_level() const noexcept;
 
@@ -155,6 +160,14 @@ private:
     mutable std::optional<std::string> overflow_;
 };
 
+// Out of line from log_fmt, so that log_fmt stays small enough to inline and a filtered call
+// never sets up this object.
+template <class... Args>
+void log_formatted(logger const& l, log_level level, fmt::string_view format, Args const&... args)
+{
+    l.log(level, format_text<Args...>(format, args...));
+}
+
 } // namespace detail
 
 // Writes an fmt-style message, formatted only if the message is logged (into a stack buffer,
@@ -167,7 +180,9 @@ template <class... Args>
 void log_fmt(logger const& l, log_level level, fmt::format_string<Args...> format,
              Args const&... args)
 {
-    l.log(level, detail::format_text<Args...>(format, args...));
+    if (l.is_enabled(level)) {
+        detail::log_formatted<Args...>(l, level, format, args...);
+    }
 }
 
 // Owns one logger tree and the pipeline that carries its messages into Boost.Log.
