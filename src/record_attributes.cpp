@@ -14,14 +14,71 @@
 #include <boost/thread/tss.hpp>
 
 #include <exception>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace VT::Logging::v2 {
 namespace {
 
-// The moment of the log call as local-time text. Computed afresh for every record: a cached
-// text would go stale across a second, and a cached offset across a change of daylight time.
+// The "time string" value: the clock reading taken when the record is opened, printed as
+// local-time text the first time something reads it, into the value's own buffer. A record
+// that no formatter asks for its time (the console line) never converts or prints it. Like the
+// thread-name view it belongs to the thread that opened the record: a record that leaves that
+// thread is detached first, which prints the text into an immutable value.
+class time_text_value : public boost::log::attribute_value::impl {
+public:
+    explicit time_text_value(boost::posix_time::ptime utc)
+        : utc_(utc)
+    {
+    }
+
+    bool dispatch(boost::log::type_dispatcher& dispatcher) override
+    {
+        if (auto as_string = dispatcher.get_callback<std::string>()) {
+            if (!string_) {
+                string_.emplace(text());
+            }
+            as_string(*string_);
+            return true;
+        }
+        if (auto as_view = dispatcher.get_callback<std::string_view>()) {
+            as_view(text());
+            return true;
+        }
+        return false;
+    }
+
+    boost::typeindex::type_index get_type() const override
+    {
+        return boost::typeindex::type_id<std::string>();
+    }
+
+    boost::intrusive_ptr<boost::log::attribute_value::impl> detach_from_thread() override
+    {
+        return new v2::impl::string_attribute_value<char>(std::string(text()));
+    }
+
+private:
+    // Extraction hands out references, so the view lives here beside the text it views.
+    std::string_view const& text()
+    {
+        if (view_.data() == nullptr) {
+            text_ = v2::impl::local_time_text(utc_);
+            view_ = v2::impl::view_of(text_);
+        }
+        return view_;
+    }
+
+    boost::posix_time::ptime const utc_;
+    v2::impl::time_text text_;
+    std::string_view view_;
+    std::optional<std::string> string_;
+};
+
+// The moment of the log call. Each record reads the clock afresh and prints its own text: a
+// cached text would go stale across a second, and a cached offset across a change of daylight
+// time.
 class time_attribute : public boost::log::attribute {
 public:
     class impl : public boost::log::attribute::impl {
@@ -34,8 +91,7 @@ public:
                 utc = boost::posix_time::microsec_clock::universal_time();
             } catch (std::exception const&) {
             }
-            return boost::log::attribute_value(
-                new v2::impl::string_attribute_value<char>(v2::impl::local_time_text(utc)));
+            return boost::log::attribute_value(new time_text_value(utc));
         }
     };
 
