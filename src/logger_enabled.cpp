@@ -8,15 +8,12 @@ bool logger::is_enabled(log_level level) const noexcept
 {
     using state = logger_source::data::state;
     logger::data const& node = *node_;
-    switch (node.source->current.load()) {
-    case state::running:
+    auto const current = node.source->current.load();
+    if (current == state::running) {
         return level >= node.level.load(std::memory_order_relaxed);
-    case state::enqueueing:
-        return true; // held: start_logging filters it against the levels of that moment
-    case state::finished:
-        break;
     }
-    return false;
+    // Held while enqueueing: start_logging filters it against the levels of that moment.
+    return current == state::enqueueing;
 }
 
 } // namespace VT::Logging::v2

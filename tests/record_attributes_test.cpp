@@ -94,7 +94,9 @@ TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeAndTheThreadNameIsTheCallers)
         EXPECT_EQ(text(impl::local_time_text(utc)), expected);
         auto const before = text(impl::local_time_text(microsec_clock::universal_time()));
         log_str(source.get_child_logger("a"), log_level::info, tz);
+        auto const after = text(impl::local_time_text(microsec_clock::universal_time()));
         EXPECT_LE(before, backend->time); // one zone, one width: text order is time order
+        EXPECT_LE(backend->time, after);
         EXPECT_EQ(backend->time.substr(23), std::string_view(expected).substr(23)) << tz;
     }
 }
