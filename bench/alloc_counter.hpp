@@ -42,12 +42,14 @@ inline void counted_free(void* p) noexcept
     std::free(block);
 }
 
-// Bytes in use on the heap. Boost.Log allocates attribute values with its own operator new,
-// which the replacements below do not see, so glibc's own count is used where there is one.
+// Bytes in use on the heap, mapped blocks included. Boost.Log allocates attribute values with its
+// own operator new, which the replacements below do not see, so glibc's own count is used where
+// there is one.
 inline long long heap_in_use()
 {
 #if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 33))
-    return static_cast<long long>(mallinfo2().uordblks);
+    auto const info = mallinfo2();
+    return static_cast<long long>(info.uordblks + info.hblkhd);
 #else
     return live_bytes.load(std::memory_order_relaxed);
 #endif

@@ -1,10 +1,48 @@
-// Counted global allocation functions for the side-by-side programs. They live in a file of
-// their own so that no call site sees malloc and free behind new and delete. The aligned and
-// nothrow forms are left to the standard library, which builds them on malloc and these.
+// Counts the calling thread's calls of the C allocator: every block the process takes, whether
+// through operator new, a class's own operator new (Boost.Log's attribute values have one), or
+// malloc directly (FILE buffers). The definitions here take the place of the C library's for
+// the whole process; each counts and forwards to glibc's own entry points. Elsewhere, and in
+// sanitizer builds (whose allocator must stay in place), only operator new is counted.
 #include "peer_common.hpp"
 
 #include <cstdlib>
 #include <new>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VTLOG_PEERS_SANITIZED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VTLOG_PEERS_SANITIZED
+#endif
+#endif
+
+#if defined(__GLIBC__) && !defined(VTLOG_PEERS_SANITIZED)
+
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+
+void* malloc(std::size_t size) noexcept
+{
+    ++vtlog_peers::thread_allocations;
+    return __libc_malloc(size);
+}
+
+void* calloc(std::size_t count, std::size_t size) noexcept
+{
+    ++vtlog_peers::thread_allocations;
+    return __libc_calloc(count, size);
+}
+
+void* realloc(void* block, std::size_t size) noexcept
+{
+    ++vtlog_peers::thread_allocations;
+    return __libc_realloc(block, size);
+}
+} // extern "C"
+
+#else
 
 void* operator new(std::size_t size)
 {
@@ -34,3 +72,5 @@ void operator delete[](void* p, std::size_t) noexcept
 {
     std::free(p);
 }
+
+#endif

@@ -3,6 +3,8 @@
 // figures.
 #pragma once
 
+#include "fixed_iterations.hpp"
+
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
 
@@ -66,9 +68,9 @@ struct scratch {
     std::filesystem::path const dir;
 };
 
-// Heap allocations made by the calling thread, counted by the operator new of peer_alloc.cpp
-// with a plain per-thread increment, so that counting costs next to nothing on the paths being
-// measured.
+// Heap allocations made by the calling thread, counted by peer_alloc.cpp (every malloc, calloc
+// and realloc with glibc, only operator new elsewhere) with a plain per-thread increment, so that
+// counting costs next to nothing on the paths being measured.
 inline thread_local long long thread_allocations = 0;
 
 // Reports the allocations of this thread since `before` as a count per iteration (summed over
