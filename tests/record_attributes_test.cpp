@@ -3,10 +3,13 @@
 
 #include "time_text.hpp"
 
+#include <boost/log/sinks/async_frontend.hpp>
 #include <fmt/printf.h>
 
 #include <cstdlib>
 #include <ctime>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -99,6 +102,44 @@ TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeAndTheThreadNameIsTheCallers)
         EXPECT_LE(backend->time, after);
         EXPECT_EQ(backend->time.substr(23), std::string_view(expected).substr(23)) << tz;
     }
+}
+
+// A record bound for sinks that write on threads of their own is detached on the logging
+// thread, so two such sinks read its time at the same moment without racing, and both read the
+// moment of the call.
+TEST(RecordAttributes, SinksOnOtherThreadsReadTheTimeOfTheCall)
+{
+    using async_sink = bl::sinks::asynchronous_sink<attributes_backend>;
+    std::vector<boost::shared_ptr<attributes_backend>> backends;
+    std::vector<boost::shared_ptr<async_sink>> sinks;
+    logger_source source;
+    for (auto const* name : {"first", "second"}) {
+        backends.push_back(boost::make_shared<attributes_backend>());
+        sinks.push_back(boost::make_shared<async_sink>(backends.back(), false));
+        source.add_sink(std::make_shared<sink::base>(bl::attribute_name(name), sinks.back()));
+    }
+    source.start_logging(log_level::info);
+    auto const before = text(impl::local_time_text(microsec_clock::universal_time()));
+    log_str(source.get_child_logger("a"), log_level::info, "message");
+    auto const after = text(impl::local_time_text(microsec_clock::universal_time()));
+
+    vtlog_test::start_line line(2);
+    std::vector<std::thread> feeders;
+    for (auto const& sink : sinks) {
+        feeders.emplace_back([&line, sink] {
+            line.arrive_and_wait();
+            sink->feed_records();
+        });
+    }
+    for (auto& feeder : feeders) {
+        feeder.join();
+    }
+    for (auto const& backend : backends) {
+        ASSERT_EQ(backend->times.size(), 1u);
+        EXPECT_LE(before, backend->time);
+        EXPECT_LE(backend->time, after);
+    }
+    EXPECT_EQ(backends[0]->time, backends[1]->time);
 }
 
 } // namespace
