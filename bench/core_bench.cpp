@@ -1,6 +1,6 @@
 // The message path: a filtered call against its floor, a written message into a discarding
 // sink, and the early queue (capture cost, bytes held, replay rate).
-#include "alloc_counter.hpp"
+#include "allocations.hpp"
 #include "discarding_sink.hpp"
 #include "filtered_floor.hpp"
 #include "fixed_iterations.hpp"
@@ -77,12 +77,11 @@ void BM_FilteredCall(benchmark::State& state)
     source.start_logging(log_level::warning);
     auto l = source.get_child_logger("bench.filtered");
     never_needed text;
-    auto const before = vtlog_bench::allocations.load();
+    auto const before = vtlog_bench::thread_allocations;
     for (auto _ : state) {
         l.log(log_level::debug, text);
     }
-    state.counters["allocs/call"] = benchmark::Counter(
-        double(vtlog_bench::allocations.load() - before), benchmark::Counter::kAvgIterations);
+    vtlog_bench::report_allocations(state, before, "allocs/call");
 }
 BENCHMARK(BM_FilteredCall)->Apply(vtlog_bench::fixed_iterations);
 
@@ -121,12 +120,11 @@ void filtered_message(benchmark::State& state, Log log)
     auto const l = source.get_child_logger("bench.filtered");
     int const bytes = 1234;
     std::string const host = "example.org";
-    auto const before = vtlog_bench::allocations.load();
+    auto const before = vtlog_bench::thread_allocations;
     for (auto _ : state) {
         log(l, bytes, host);
     }
-    state.counters["allocs/call"] = benchmark::Counter(
-        double(vtlog_bench::allocations.load() - before), benchmark::Counter::kAvgIterations);
+    vtlog_bench::report_allocations(state, before, "allocs/call");
 }
 
 void BM_FilteredHandWritten(benchmark::State& state)
@@ -152,12 +150,11 @@ void BM_WrittenToDiscardingSink(benchmark::State& state)
     source.start_logging(log_level::info);
     auto l = source.get_child_logger("bench.written");
     long n = 0;
-    auto const before = vtlog_bench::allocations.load();
+    auto const before = vtlog_bench::thread_allocations;
     for (auto _ : state) {
         l.log(log_level::info, formatted(++n));
     }
-    state.counters["allocs/msg"] = benchmark::Counter(
-        double(vtlog_bench::allocations.load() - before), benchmark::Counter::kAvgIterations);
+    vtlog_bench::report_allocations(state, before, "allocs/msg");
 }
 BENCHMARK(BM_WrittenToDiscardingSink);
 

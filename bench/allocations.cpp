@@ -3,7 +3,7 @@
 // malloc directly (FILE buffers). The definitions here take the place of the C library's for
 // the whole process; each counts and forwards to glibc's own entry points. Elsewhere, and in
 // sanitizer builds (whose allocator must stay in place), only operator new is counted.
-#include "peer_common.hpp"
+#include "allocations.hpp"
 
 #include <cstdlib>
 #include <new>
@@ -25,19 +25,19 @@ void* __libc_realloc(void* block, std::size_t size);
 
 void* malloc(std::size_t size) noexcept
 {
-    ++vtlog_peers::thread_allocations;
+    ++vtlog_bench::thread_allocations;
     return __libc_malloc(size);
 }
 
 void* calloc(std::size_t count, std::size_t size) noexcept
 {
-    ++vtlog_peers::thread_allocations;
+    ++vtlog_bench::thread_allocations;
     return __libc_calloc(count, size);
 }
 
 void* realloc(void* block, std::size_t size) noexcept
 {
-    ++vtlog_peers::thread_allocations;
+    ++vtlog_bench::thread_allocations;
     return __libc_realloc(block, size);
 }
 } // extern "C"
@@ -46,7 +46,7 @@ void* realloc(void* block, std::size_t size) noexcept
 
 void* operator new(std::size_t size)
 {
-    ++vtlog_peers::thread_allocations;
+    ++vtlog_bench::thread_allocations;
     if (void* const p = std::malloc(size ? size : 1)) {
         return p;
     }
