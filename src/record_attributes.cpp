@@ -79,7 +79,7 @@ private:
 
     clock::time_point const now_;
     v2::impl::time_text text_;
-    std::string_view view_;
+    std::string_view view_; // null until the first read
     std::optional<std::string> string_;
 };
 
