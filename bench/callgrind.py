@@ -14,6 +14,7 @@ instructions. See bench/README.md.
 import argparse
 import os
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -96,6 +97,10 @@ def main():
                         help="skip the table of the cost of registered sinks")
     args = parser.parse_args()
     bench = (args.build_dir if args.build_dir.is_absolute() else ROOT / args.build_dir) / "bench"
+    if not shutil.which("valgrind"):
+        sys.exit("valgrind not found; on Debian: scripts/setup.sh valgrind")
+    if not (bench / "peers_vtlog").exists():
+        sys.exit(f"no {bench / 'peers_vtlog'}: build the benchmarks first (bench/README.md)")
     version = subprocess.run(["valgrind", "--version"], capture_output=True, text=True).stdout
     print(f"{version.strip()}, {machine()}\n")
 
