@@ -176,6 +176,11 @@ def verdicts(medians, ratios):
               "{:.2f}×")
     check("console line ≤ 1.5× spdlog", ratios.get(("console", "spdlog")), lambda r: r <= 1.5,
           "{:.2f}×")
+    # The second round's intermediate targets.
+    check("file line (1 thread) ≤ 1.7× spdlog", ratios.get(("file1", "spdlog")),
+          lambda r: r <= 1.7, "{:.2f}×")
+    check("console line ≤ 3.0× spdlog", ratios.get(("console", "spdlog")), lambda r: r <= 3.0,
+          "{:.2f}×")
     check("capture < 1 µs", medians.get("capture"), lambda v: v < 1000, "{:.0f} ns")
     check("replay ≥ 500,000 msg/s", medians.get("replay"), lambda v: v >= 500000,
           "{:,.0f}/s")

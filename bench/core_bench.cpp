@@ -1,16 +1,15 @@
 // The message path: a filtered call against its floor, a written message into a discarding
 // sink, and the early queue (capture cost, bytes held, replay rate).
-#include "alloc_counter.hpp"
+#include "allocations.hpp"
+#include "discarding_sink.hpp"
 #include "filtered_floor.hpp"
+#include "fixed_iterations.hpp"
 
 #include <VTLog/v2/log.hpp>
 
 #include <benchmark/benchmark.h>
 #include <boost/log/attributes/attribute_value_impl.hpp>
 #include <boost/log/attributes/attribute_value_set.hpp>
-#include <boost/log/sinks/basic_sink_backend.hpp>
-#include <boost/log/sinks/sync_frontend.hpp>
-#include <boost/make_shared.hpp>
 
 #include <chrono>
 #include <cstdio>
@@ -60,18 +59,7 @@ private:
     mutable char buffer_[64];
 };
 
-class discarding_backend
-    : public boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
-public:
-    void consume(boost::log::record_view const&) {}
-};
-
-std::shared_ptr<v2::sink::base> discarding_sink()
-{
-    return std::make_shared<v2::sink::base>(
-        boost::log::attribute_name("discard"),
-        boost::make_shared<boost::log::sinks::synchronous_sink<discarding_backend>>());
-}
+using vtlog_bench::discarding_sink;
 
 void BM_FilteredFloor(benchmark::State& state)
 {
@@ -81,7 +69,7 @@ void BM_FilteredFloor(benchmark::State& state)
         vtlog_bench::floor_log(&l, log_level::debug, text);
     }
 }
-BENCHMARK(BM_FilteredFloor);
+BENCHMARK(BM_FilteredFloor)->Apply(vtlog_bench::fixed_iterations);
 
 void BM_FilteredCall(benchmark::State& state)
 {
@@ -89,14 +77,13 @@ void BM_FilteredCall(benchmark::State& state)
     source.start_logging(log_level::warning);
     auto l = source.get_child_logger("bench.filtered");
     never_needed text;
-    auto const before = vtlog_bench::allocations.load();
+    auto const before = vtlog_bench::thread_allocations;
     for (auto _ : state) {
         l.log(log_level::debug, text);
     }
-    state.counters["allocs/call"] = benchmark::Counter(
-        double(vtlog_bench::allocations.load() - before), benchmark::Counter::kAvgIterations);
+    vtlog_bench::report_allocations(state, before, "allocs/call");
 }
-BENCHMARK(BM_FilteredCall);
+BENCHMARK(BM_FilteredCall)->Apply(vtlog_bench::fixed_iterations);
 
 // The same filtered message written two ways, both building their text source per call as a
 // caller does: a hand-written log_function_ref that would format the same message into its own
@@ -133,12 +120,11 @@ void filtered_message(benchmark::State& state, Log log)
     auto const l = source.get_child_logger("bench.filtered");
     int const bytes = 1234;
     std::string const host = "example.org";
-    auto const before = vtlog_bench::allocations.load();
+    auto const before = vtlog_bench::thread_allocations;
     for (auto _ : state) {
         log(l, bytes, host);
     }
-    state.counters["allocs/call"] = benchmark::Counter(
-        double(vtlog_bench::allocations.load() - before), benchmark::Counter::kAvgIterations);
+    vtlog_bench::report_allocations(state, before, "allocs/call");
 }
 
 void BM_FilteredHandWritten(benchmark::State& state)
@@ -147,7 +133,7 @@ void BM_FilteredHandWritten(benchmark::State& state)
         l.log(log_level::debug, hand_written_text(bytes, host));
     });
 }
-BENCHMARK(BM_FilteredHandWritten);
+BENCHMARK(BM_FilteredHandWritten)->Apply(vtlog_bench::fixed_iterations);
 
 void BM_FilteredLogFmt(benchmark::State& state)
 {
@@ -155,7 +141,7 @@ void BM_FilteredLogFmt(benchmark::State& state)
         v2::log_fmt(l, log_level::debug, "sent {} bytes to {}{}", bytes, host, never_formatted{});
     });
 }
-BENCHMARK(BM_FilteredLogFmt);
+BENCHMARK(BM_FilteredLogFmt)->Apply(vtlog_bench::fixed_iterations);
 
 void BM_WrittenToDiscardingSink(benchmark::State& state)
 {
@@ -164,19 +150,18 @@ void BM_WrittenToDiscardingSink(benchmark::State& state)
     source.start_logging(log_level::info);
     auto l = source.get_child_logger("bench.written");
     long n = 0;
-    auto const before = vtlog_bench::allocations.load();
+    auto const before = vtlog_bench::thread_allocations;
     for (auto _ : state) {
         l.log(log_level::info, formatted(++n));
     }
-    state.counters["allocs/msg"] = benchmark::Counter(
-        double(vtlog_bench::allocations.load() - before), benchmark::Counter::kAvgIterations);
+    vtlog_bench::report_allocations(state, before, "allocs/msg");
 }
 BENCHMARK(BM_WrittenToDiscardingSink);
 
-// 100,000 messages held before the start, then the start replays them into a discarding sink.
+// range(0) messages held before the start, then the start replays them into a discarding sink.
 void BM_EarlyQueue(benchmark::State& state)
 {
-    constexpr long held = 100000;
+    long const held = state.range(0);
     double capture_ns = 0, replay_ns = 0, bytes = 0;
     for (auto _ : state) {
         v2::logger_source source;
@@ -199,7 +184,12 @@ void BM_EarlyQueue(benchmark::State& state)
     state.counters["held_bytes/msg"] = bytes / rounds;
     state.counters["replay_msgs/s"] = held / (replay_ns / rounds / 1e9);
 }
-BENCHMARK(BM_EarlyQueue)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_EarlyQueue)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
 
 // The floor of the bytes held per message: the held form of a record is a Boost.Log
 // attribute_value_set of its 11 values; here every value is shared, so only the container counts.

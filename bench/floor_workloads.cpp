@@ -34,7 +34,7 @@ void BM_FilteredCall(benchmark::State& state)
     }
     peers::report_allocations(state, before, "allocs/op");
 }
-BENCHMARK(BM_FilteredCall);
+BENCHMARK(BM_FilteredCall)->Apply(vtlog_bench::fixed_iterations);
 
 // libVTLog's file line for this thread, byte for byte in length: time with milliseconds and
 // offset, thread id and name, [domain], message, newline.
@@ -80,7 +80,7 @@ void BM_FileLine(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_FileLine)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(BM_FileLine)->Threads(1)->Threads(2)->UseRealTime()->Apply(vtlog_bench::fixed_iterations);
 
 // Standard output is /dev/null when the script runs this program.
 void BM_ConsoleLine(benchmark::State& state)
@@ -94,7 +94,7 @@ void BM_ConsoleLine(benchmark::State& state)
         }
     }
 }
-BENCHMARK(BM_ConsoleLine);
+BENCHMARK(BM_ConsoleLine)->Apply(vtlog_bench::fixed_iterations);
 
 } // namespace
 

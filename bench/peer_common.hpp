@@ -1,7 +1,10 @@
 // What the side-by-side programs share: the workloads' texts and sizes, a scratch directory, a
-// per-thread allocation count (peer_alloc.cpp counts), the heap in use, and the early-queue
+// per-thread allocation count and the heap in use (allocations.hpp), and the early-queue
 // figures.
 #pragma once
+
+#include "allocations.hpp"
+#include "fixed_iterations.hpp"
 
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
@@ -11,10 +14,6 @@
 #include <random>
 #include <stdexcept>
 #include <string>
-
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
 
 namespace vtlog_peers {
 
@@ -66,30 +65,9 @@ struct scratch {
     std::filesystem::path const dir;
 };
 
-// Heap allocations made by the calling thread, counted by the operator new of peer_alloc.cpp
-// with a plain per-thread increment, so that counting costs next to nothing on the paths being
-// measured.
-inline thread_local long long thread_allocations = 0;
-
-// Reports the allocations of this thread since `before` as a count per iteration (summed over
-// the benchmark's threads).
-inline void report_allocations(benchmark::State& state, long long before, char const* name)
-{
-    state.counters[name] =
-        benchmark::Counter(double(thread_allocations - before), benchmark::Counter::kAvgIterations);
-}
-
-// Bytes in use on the heap, as glibc counts them (every allocator call of the process, whether
-// through operator new or malloc). Large blocks are mapped on their own and counted apart.
-inline long long heap_in_use()
-{
-#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 33))
-    auto const info = mallinfo2();
-    return static_cast<long long>(info.uordblks + info.hblkhd);
-#else
-    return 0;
-#endif
-}
+using vtlog_bench::heap_in_use;
+using vtlog_bench::report_allocations;
+using vtlog_bench::thread_allocations;
 
 // The three figures of the early queue, summed over the benchmark's iterations: what holding a
 // message costs the caller, what it costs in memory, and how fast the start writes them out.

@@ -29,7 +29,7 @@ void BM_FilteredCall(benchmark::State& state)
     }
     peers::report_allocations(state, before, "allocs/op");
 }
-BENCHMARK(BM_FilteredCall);
+BENCHMARK(BM_FilteredCall)->Apply(vtlog_bench::fixed_iterations);
 
 // 2. One file line, flushed before the call returns. spdlog has no thread names, so the line
 // gets its name field from a flag of our own that prints the calling thread's name.
@@ -78,7 +78,7 @@ void BM_FileLine(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
     peers::report_allocations(state, before, "allocs/op");
 }
-BENCHMARK(BM_FileLine)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(BM_FileLine)->Threads(1)->Threads(2)->UseRealTime()->Apply(vtlog_bench::fixed_iterations);
 
 // 3. One console line, "[domain] message"; the script runs this program with standard output
 // on /dev/null. The sink writes with fwrite and flushes after every line.
@@ -93,7 +93,7 @@ void BM_ConsoleLine(benchmark::State& state)
     }
     peers::report_allocations(state, before, "allocs/op");
 }
-BENCHMARK(BM_ConsoleLine);
+BENCHMARK(BM_ConsoleLine)->Apply(vtlog_bench::fixed_iterations);
 
 // 4. spdlog's nearest feature to an early queue is its backtrace: a ring that holds formatted
 // messages the logger does not write (its level is "off" here) until dump_backtrace writes

@@ -1,13 +1,11 @@
 // The side-by-side workloads as libVTLog runs them. spdlog_workloads.cpp and
 // boostlog_workloads.cpp run the same ones, under the same names, in processes of their own.
+#include "discarding_sink.hpp"
 #include "peer_common.hpp"
 
 #include <VTLog/v2/log.hpp>
 
 #include <benchmark/benchmark.h>
-#include <boost/log/sinks/basic_sink_backend.hpp>
-#include <boost/log/sinks/sync_frontend.hpp>
-#include <boost/make_shared.hpp>
 
 #include <memory>
 #include <optional>
@@ -34,7 +32,7 @@ void BM_FilteredCall(benchmark::State& state)
     }
     peers::report_allocations(state, before, "allocs/op");
 }
-BENCHMARK(BM_FilteredCall);
+BENCHMARK(BM_FilteredCall)->Apply(vtlog_bench::fixed_iterations);
 
 // 2. One file line, flushed before the call returns, from one then two threads sharing the
 // logger.
@@ -62,7 +60,7 @@ void BM_FileLine(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
     peers::report_allocations(state, before, "allocs/op");
 }
-BENCHMARK(BM_FileLine)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(BM_FileLine)->Threads(1)->Threads(2)->UseRealTime()->Apply(vtlog_bench::fixed_iterations);
 
 // 3. One console line; the script runs this program with standard output on /dev/null.
 void BM_ConsoleLine(benchmark::State& state)
@@ -77,25 +75,17 @@ void BM_ConsoleLine(benchmark::State& state)
     }
     peers::report_allocations(state, before, "allocs/op");
 }
-BENCHMARK(BM_ConsoleLine);
+BENCHMARK(BM_ConsoleLine)->Apply(vtlog_bench::fixed_iterations);
 
 // 4. 100,000 messages held before the start, then the start writes them into a sink that
 // discards them.
-class discarding_backend
-    : public boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
-public:
-    void consume(boost::log::record_view const&) {}
-};
-
 void BM_EarlyQueue(benchmark::State& state)
 {
     using clock = peers::early_queue_figures::clock;
     peers::early_queue_figures figures;
     for (auto _ : state) {
         v2::logger_source source;
-        source.add_sink(std::make_shared<v2::sink::base>(
-            boost::log::attribute_name("discarding sink"),
-            boost::make_shared<boost::log::sinks::synchronous_sink<discarding_backend>>()));
+        source.add_sink(vtlog_bench::discarding_sink());
         auto const l = source.get_child_logger(peers::early_domain);
         auto const bytes_before = peers::heap_in_use();
         auto const start = clock::now();

@@ -13,29 +13,86 @@
 #include <boost/log/attributes/value_extraction.hpp>
 #include <boost/thread/tss.hpp>
 
-#include <exception>
+#include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace VT::Logging::v2 {
 namespace {
 
-// The moment of the log call as local-time text. Computed afresh for every record: a cached
-// text would go stale across a second, and a cached offset across a change of daylight time.
+// The "time string" value: the clock reading taken when the record is opened, converted and
+// printed as local-time text the first time something reads it, into the value's own buffer. A
+// record that no formatter asks for its time (the console line) never converts or prints it. Like
+// the thread-name view it belongs to the thread that opened the record: a record that leaves that
+// thread is detached first, which prints the text into an immutable value.
+class time_text_value : public boost::log::attribute_value::impl {
+public:
+    using clock = std::chrono::system_clock;
+
+    explicit time_text_value(clock::time_point now)
+        : now_(now)
+    {
+    }
+
+    bool dispatch(boost::log::type_dispatcher& dispatcher) override
+    {
+        if (auto as_string = dispatcher.get_callback<std::string>()) {
+            if (!string_) {
+                string_.emplace(text());
+            }
+            as_string(*string_);
+            return true;
+        }
+        if (auto as_view = dispatcher.get_callback<std::string_view>()) {
+            as_view(text());
+            return true;
+        }
+        return false;
+    }
+
+    boost::typeindex::type_index get_type() const override
+    {
+        return boost::typeindex::type_id<std::string>();
+    }
+
+    boost::intrusive_ptr<boost::log::attribute_value::impl> detach_from_thread() override
+    {
+        return new v2::impl::string_attribute_value<char>(std::string(text()));
+    }
+
+private:
+    // Extraction hands out references, so the view lives here beside the text it views.
+    std::string_view const& text()
+    {
+        if (view_.data() == nullptr) {
+            // Whole microseconds since the epoch, as Boost's microsecond clock reads the time.
+            static boost::posix_time::ptime const epoch(boost::gregorian::date(1970, 1, 1));
+            auto const since_epoch =
+                std::chrono::duration_cast<std::chrono::microseconds>(now_.time_since_epoch());
+            text_ = v2::impl::local_time_text(epoch +
+                                              boost::posix_time::microseconds(since_epoch.count()));
+            view_ = v2::impl::view_of(text_);
+        }
+        return view_;
+    }
+
+    clock::time_point const now_;
+    v2::impl::time_text text_;
+    std::string_view view_; // null until the first read
+    std::optional<std::string> string_;
+};
+
+// The moment of the log call. Each record reads the clock afresh and prints its own text: a
+// cached text would go stale across a second, and a cached offset across a change of daylight
+// time. Opening a record only reads the clock; the calendar and the zone wait for a reader.
 class time_attribute : public boost::log::attribute {
 public:
     class impl : public boost::log::attribute::impl {
     public:
         boost::log::attribute_value get_value() override
         {
-            // A clock that cannot be read leaves not-a-date-time, which gives the fallback text.
-            boost::posix_time::ptime utc;
-            try {
-                utc = boost::posix_time::microsec_clock::universal_time();
-            } catch (std::exception const&) {
-            }
-            return boost::log::attribute_value(
-                new v2::impl::string_attribute_value<char>(v2::impl::local_time_text(utc)));
+            return boost::log::attribute_value(new time_text_value(time_text_value::clock::now()));
         }
     };
 

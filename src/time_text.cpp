@@ -25,11 +25,17 @@ bool fits(int value, int limit)
     return value >= 0 && value < limit;
 }
 
+time_text text_of(std::string_view text)
+{
+    time_text result;
+    result.append(text.data(), text.data() + text.size());
+    return result;
+}
+
 } // namespace
 
-std::string format_time(boost::gregorian::date const& date,
-                        boost::posix_time::time_duration const& time_of_day,
-                        tz_offset const& offset)
+time_text format_time(boost::gregorian::date const& date,
+                      boost::posix_time::time_duration const& time_of_day, tz_offset const& offset)
 {
     // Integer division throughout: 999.999 ms prints 999, never 1000, which would overflow the
     // field and would have to carry into the seconds, the day, the year.
@@ -63,24 +69,24 @@ std::string format_time(boost::gregorian::date const& date,
             out = put_digits(out, offset.hours, 2);
             *out++ = ':';
             out = put_digits(out, offset.minutes, 2);
-            return std::string(text, static_cast<std::size_t>(out - text));
+            return text_of(std::string_view(text, static_cast<std::size_t>(out - text)));
         }
-        return fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d", year, month, day, hour,
-                            minute, second, millisecond, offset.negative ? '-' : '+', offset.hours,
-                            offset.minutes);
+        return text_of(fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d", year, month,
+                                    day, hour, minute, second, millisecond,
+                                    offset.negative ? '-' : '+', offset.hours, offset.minutes));
     } catch (std::bad_alloc const&) {
         throw; // the fallback text would need memory too
     } catch (std::exception const&) {
-        return std::string(fallback_time_text);
+        return text_of(fallback_time_text);
     }
 }
 
-std::string format_utc(boost::posix_time::ptime const& utc)
+time_text format_utc(boost::posix_time::ptime const& utc)
 {
     return format_time(utc.date(), utc.time_of_day(), unknown_tz);
 }
 
-std::string format_local(boost::posix_time::ptime const& utc, boost::posix_time::ptime const& local)
+time_text format_local(boost::posix_time::ptime const& utc, boost::posix_time::ptime const& local)
 {
     if (local.is_special()) {
         return format_utc(utc);
@@ -98,10 +104,10 @@ std::string format_local(boost::posix_time::ptime const& utc, boost::posix_time:
     return format_time(local.date(), local.time_of_day(), offset);
 }
 
-std::string local_time_text(boost::posix_time::ptime const& utc)
+time_text local_time_text(boost::posix_time::ptime const& utc)
 {
     if (utc.is_special()) {
-        return std::string(fallback_time_text);
+        return text_of(fallback_time_text);
     }
     try {
         // Converts the whole seconds with localtime_r and keeps the fraction; throws for
@@ -112,7 +118,7 @@ std::string local_time_text(boost::posix_time::ptime const& utc)
     } catch (std::bad_alloc const&) {
         throw;
     } catch (std::exception const&) {
-        return std::string(fallback_time_text);
+        return text_of(fallback_time_text);
     }
 }
 

@@ -4,8 +4,8 @@
 
 #include <boost/date_time/gregorian/gregorian_types.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <fmt/format.h>
 
-#include <string>
 #include <string_view>
 
 namespace VT::Logging::v2::impl {
@@ -13,6 +13,15 @@ namespace VT::Logging::v2::impl {
 // Stands in for a time stamp that cannot be made; as long as a real one (29 characters). Raw,
 // so that "??-" cannot read as a trigraph.
 inline constexpr std::string_view fallback_time_text = R"(????-??-?? ??:??:??.???-??:??)";
+
+// The text of one time stamp. The usual 29 characters are kept inline, so making it takes no
+// allocation; only the wider fields of the printf path can reach the heap.
+using time_text = fmt::basic_memory_buffer<char, 32>;
+
+inline std::string_view view_of(time_text const& text)
+{
+    return std::string_view(text.data(), text.size());
+}
 
 // UTC offset of a local time; seconds of the offset are dropped.
 struct tz_offset {
@@ -28,22 +37,20 @@ inline constexpr tz_offset unknown_tz{true, 0, 0};
 // truncated, never rounded, so 23:59:59.9999 stays on its day. A zero offset prints "+00:00"
 // unless it is `unknown_tz`. Returns the fallback text if printing fails; allocation failures
 // propagate.
-std::string format_time(boost::gregorian::date const& date,
-                        boost::posix_time::time_duration const& time_of_day,
-                        tz_offset const& offset);
+time_text format_time(boost::gregorian::date const& date,
+                      boost::posix_time::time_duration const& time_of_day, tz_offset const& offset);
 
 // `utc` with `unknown_tz`: the text when only the UTC time is known.
-std::string format_utc(boost::posix_time::ptime const& utc);
+time_text format_utc(boost::posix_time::ptime const& utc);
 
 // The text of `local` with the offset `local - utc`, or format_utc(utc) when `local` or the
 // offset is a special value or the offset is 25 hours or more (no real zone is that far out,
 // so such an offset means the local conversion went wrong).
-std::string format_local(boost::posix_time::ptime const& utc,
-                         boost::posix_time::ptime const& local);
+time_text format_local(boost::posix_time::ptime const& utc, boost::posix_time::ptime const& local);
 
 // The text of the instant `utc` in the process's local zone (read through localtime_r, so a
 // change of TZ needs tzset() first). Never fails except on allocation: an instant that is a
 // special value or that the system cannot convert gives the fallback text.
-std::string local_time_text(boost::posix_time::ptime const& utc);
+time_text local_time_text(boost::posix_time::ptime const& utc);
 
 } // namespace VT::Logging::v2::impl

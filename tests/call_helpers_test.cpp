@@ -1,6 +1,8 @@
 // The inline call helpers: log_fmt and lazy_text format only what is logged.
 #include "test_support.hpp"
 
+#include <optional>
+
 namespace {
 
 // An argument that counts how often it is formatted.
@@ -47,6 +49,31 @@ TEST_F(CallHelpers, LogFmtFormatsOnlyWhatIsLogged)
     std::string const bad = "{:d}";
     EXPECT_NO_THROW(v2::log_fmt(l, level(1), fmt::runtime(bad), "text"));
     EXPECT_THROW(v2::log_fmt(l, level(2), fmt::runtime(bad), "text"), fmt::format_error);
+}
+
+// log_fmt skips a filtered message before building its text object, so its level test must
+// agree with `log`: before the start every level is held (the start decides, and levels can be
+// negative), after it the logger's level decides, and a finished source takes nothing.
+TEST(CallHelpersLevelTest, IsEnabledAgreesWithWhatLogKeepsInEveryState)
+{
+    capture_sink sink;
+    std::optional<v2::logger> l;
+    {
+        v2::logger_source source;
+        source.add_sink(sink.handle);
+        l = source.get_child_logger("l");
+        EXPECT_TRUE(l->is_enabled(level(-9)));
+        v2::log_fmt(*l, level(-5), "held {}", 1);
+        v2::log_fmt(*l, level(-9), "held {}", 2);
+        source.start_logging(level(-6));
+        EXPECT_FALSE(l->is_enabled(level(-7)));
+        EXPECT_TRUE(l->is_enabled(level(-6)));
+        v2::log_fmt(*l, level(-7), "filtered {}", 3);
+        v2::log_fmt(*l, level(-6), "running {}", 4);
+    }
+    EXPECT_FALSE(l->is_enabled(level(100)));
+    v2::log_fmt(*l, level(100), "finished {}", 5);
+    EXPECT_EQ(sink.lines(), (Strings{"[l] held 1", "[l] running 4"}));
 }
 
 TEST_F(CallHelpers, LazyTextRunsOnlyWhenLoggedAndKeepsItsResult)

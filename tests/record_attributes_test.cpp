@@ -3,10 +3,13 @@
 
 #include "time_text.hpp"
 
+#include <boost/log/sinks/async_frontend.hpp>
 #include <fmt/printf.h>
 
 #include <cstdlib>
 #include <ctime>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -15,26 +18,39 @@ using namespace boost::posix_time;
 using boost::gregorian::date;
 namespace bl = boost::log;
 
+std::string text(impl::time_text const& time)
+{
+    return fmt::to_string(time);
+}
+
+// Reads the time text both ways a formatter can: as the std::string that the value's type
+// names, and as the view that impl::get_time takes.
 struct attributes_backend : bl::sinks::basic_sink_backend<bl::sinks::synchronized_feeding> {
     void consume(bl::record_view const& record)
     {
         names += bl::extract_or_throw<std::string_view>("thread name", record.attribute_values());
         names += '|';
         time = impl::get_time(record);
+        EXPECT_EQ(bl::extract_or_throw<std::string>("time string", record.attribute_values()),
+                  time);
+        times.push_back(time);
     }
     std::string names, time; // of every record, of the last
+    std::vector<std::string> times;
 };
 using attributes_sink = bl::sinks::synchronous_sink<attributes_backend>;
 
 TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeAndTheThreadNameIsTheCallers)
 {
     ptime const utc(date(2024, 5, 1), hours(23) + minutes(59) + seconds(59) + microseconds(999999));
-    EXPECT_EQ(impl::format_local(utc, utc), "2024-05-01 23:59:59.999+00:00"); // never rounded up
-    EXPECT_EQ(impl::format_local(utc, ptime(not_a_date_time)), "2024-05-01 23:59:59.999-00:00");
-    EXPECT_EQ(impl::format_local(utc, utc - hours(25)), "2024-05-01 23:59:59.999-00:00");
-    EXPECT_EQ(impl::format_local(utc, utc + minutes(1499)), "2024-05-03 00:58:59.999+24:59");
-    EXPECT_EQ(impl::local_time_text(ptime(pos_infin)), impl::fallback_time_text);
-    EXPECT_EQ(impl::local_time_text(ptime(date(1969, 12, 31))), impl::fallback_time_text);
+    EXPECT_EQ(text(impl::format_local(utc, utc)),
+              "2024-05-01 23:59:59.999+00:00"); // never rounded up
+    EXPECT_EQ(text(impl::format_local(utc, ptime(not_a_date_time))),
+              "2024-05-01 23:59:59.999-00:00");
+    EXPECT_EQ(text(impl::format_local(utc, utc - hours(25))), "2024-05-01 23:59:59.999-00:00");
+    EXPECT_EQ(text(impl::format_local(utc, utc + minutes(1499))), "2024-05-03 00:58:59.999+24:59");
+    EXPECT_EQ(text(impl::local_time_text(ptime(pos_infin))), impl::fallback_time_text);
+    EXPECT_EQ(text(impl::local_time_text(ptime(date(1969, 12, 31)))), impl::fallback_time_text);
     // No source exists yet, so a record has only the attributes it is opened with: no time.
     bl::core::get()->add_sink(boost::make_shared<attributes_sink>());
     auto record = bl::core::get()->open_record(bl::attribute_set());
@@ -45,7 +61,7 @@ TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeAndTheThreadNameIsTheCallers)
     for (int i = 0; i < 500; ++i) {
         date const d = date(1400, 1, 1) + boost::gregorian::days(i * 6007);
         auto const t = microseconds(i * 172'799'999'983LL % 86'400'000'000LL);
-        ASSERT_EQ(impl::format_time(d, t, {i % 2 == 0, i % 125, i % 60}),
+        ASSERT_EQ(text(impl::format_time(d, t, {i % 2 == 0, i % 125, i % 60})),
                   fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d", +d.year(),
                                +d.month(), +d.day(), t.hours(), t.minutes(), t.seconds(),
                                t.fractional_seconds() / 1000, "+-"[i % 2 == 0], i % 125, i % 60));
@@ -55,11 +71,19 @@ TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeAndTheThreadNameIsTheCallers)
     logger_source source;
     source.add_sink(std::make_shared<sink::base>(bl::attribute_name("attributes sink"),
                                                  boost::make_shared<attributes_sink>(backend)));
+    auto const before_held = text(impl::local_time_text(microsec_clock::universal_time()));
     log_str(source.get_child_logger("a"), log_level::info, "unnamed");
     set_current_thread_name("first");
     log_str(source.get_child_logger("a"), log_level::info, "first");
+    auto const after_held = text(impl::local_time_text(microsec_clock::universal_time()));
     set_current_thread_name("second");
     source.start_logging(log_level::info);
+    // Held records show the moment they were logged, not the moment they were replayed.
+    ASSERT_EQ(backend->times.size(), 2u);
+    for (auto const& held : backend->times) {
+        EXPECT_LE(before_held, held);
+        EXPECT_LE(held, after_held);
+    }
     log_str(source.get_child_logger("a"), log_level::info, "second");
     std::thread([&] { log_str(source.get_child_logger("a"), log_level::info, "unnamed"); }).join();
     EXPECT_EQ(backend->names, "|first|second||"); // held records were detached with their names
@@ -70,12 +94,52 @@ TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeAndTheThreadNameIsTheCallers)
                                        {"<-03>3", "2024-05-01 20:59:59.999-03:00"}}) {
         ::setenv("TZ", tz, 1);
         ::tzset();
-        EXPECT_EQ(impl::local_time_text(utc), expected);
-        auto const before = impl::local_time_text(microsec_clock::universal_time());
+        EXPECT_EQ(text(impl::local_time_text(utc)), expected);
+        auto const before = text(impl::local_time_text(microsec_clock::universal_time()));
         log_str(source.get_child_logger("a"), log_level::info, tz);
+        auto const after = text(impl::local_time_text(microsec_clock::universal_time()));
         EXPECT_LE(before, backend->time); // one zone, one width: text order is time order
+        EXPECT_LE(backend->time, after);
         EXPECT_EQ(backend->time.substr(23), std::string_view(expected).substr(23)) << tz;
     }
+}
+
+// A record bound for sinks that write on threads of their own is detached on the logging
+// thread, so two such sinks read its time at the same moment without racing, and both read the
+// moment of the call.
+TEST(RecordAttributes, SinksOnOtherThreadsReadTheTimeOfTheCall)
+{
+    using async_sink = bl::sinks::asynchronous_sink<attributes_backend>;
+    std::vector<boost::shared_ptr<attributes_backend>> backends;
+    std::vector<boost::shared_ptr<async_sink>> sinks;
+    logger_source source;
+    for (auto const* name : {"first", "second"}) {
+        backends.push_back(boost::make_shared<attributes_backend>());
+        sinks.push_back(boost::make_shared<async_sink>(backends.back(), false));
+        source.add_sink(std::make_shared<sink::base>(bl::attribute_name(name), sinks.back()));
+    }
+    source.start_logging(log_level::info);
+    auto const before = text(impl::local_time_text(microsec_clock::universal_time()));
+    log_str(source.get_child_logger("a"), log_level::info, "message");
+    auto const after = text(impl::local_time_text(microsec_clock::universal_time()));
+
+    vtlog_test::start_line line(2);
+    std::vector<std::thread> feeders;
+    for (auto const& sink : sinks) {
+        feeders.emplace_back([&line, sink] {
+            line.arrive_and_wait();
+            sink->feed_records();
+        });
+    }
+    for (auto& feeder : feeders) {
+        feeder.join();
+    }
+    for (auto const& backend : backends) {
+        ASSERT_EQ(backend->times.size(), 1u);
+        EXPECT_LE(before, backend->time);
+        EXPECT_LE(backend->time, after);
+    }
+    EXPECT_EQ(backends[0]->time, backends[1]->time);
 }
 
 } // namespace

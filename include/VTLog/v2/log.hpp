@@ -119,6 +119,11 @@ public:
     // failed.") and is not written. Start logging before other threads log to avoid it.
     VTLOG_API void log(log_level level, log_function_ref const& text) const;
 
+    // Whether a message at `level` logged now would be written or held: false once the source
+    // has finished, and on a running source for a level below this logger's; true before the
+    // start, which decides then. It makes the test that `log` makes before asking for a text.
+    VTLOG_API bool is_enabled(log_level level) const noexcept;
+
     // The current level of this logger; read without a lock.
     VTLOG_API log_level get_log_level() const noexcept;
 
@@ -196,9 +201,13 @@ private:
     mutable std::optional<std::string> overflow_;
 };
 
-} // namespace detail
-
-namespace detail {
+// Out of line from log_fmt, so that log_fmt stays small enough to inline and a filtered call
+// never sets up this object.
+template <class... Args>
+void log_formatted(logger const& l, log_level level, fmt::string_view format, Args const&... args)
+{
+    l.log(level, format_text<Args...>(format, args...));
+}
 
 // Stops the build when fmt cannot format an argument of log_fmt. The check runs in log_fmt
 // itself, so the compiler's report names the argument type (Arg in the instantiation it prints)
@@ -226,7 +235,9 @@ void log_fmt(logger const& l, log_level level, fmt::format_string<Args...> forma
              Args const&... args)
 {
     if constexpr ((detail::formattable_argument<Args>() && ...)) {
-        l.log(level, detail::format_text<Args...>(format, args...));
+        if (l.is_enabled(level)) {
+            detail::log_formatted<Args...>(l, level, format, args...);
+        }
     }
 }
 
