@@ -2,6 +2,7 @@
 #include "test_support.hpp"
 
 #include "directory_sink.hpp"
+#include "log_files.hpp"
 #include "logger_source.hpp"
 
 #include <boost/filesystem.hpp>
@@ -253,6 +254,38 @@ TEST_F(DirectorySink, ARestartContinuesTheCounterAndNeverMixesRuns)
                     text.find("fourth") == std::string::npos)
             << file;
     }
+}
+
+// The clock runs from 23:59:30 local time; the file opened then rotates at the first line after
+// midnight, though it holds a single line, and the next file a day later.
+TEST_F(DirectorySink, TheFirstMidnightAfterTheFirstLineRotates)
+{
+    static std::time_t now = [] {
+        std::tm evening{};
+        evening.tm_year = 2024 - 1900;
+        evening.tm_mon = 4;
+        evening.tm_mday = 1;
+        evening.tm_hour = 23;
+        evening.tm_min = 59;
+        evening.tm_sec = 30;
+        evening.tm_isdst = -1;
+        return std::mktime(&evening);
+    }();
+    v2::impl::rotation_clock = [] {
+        return now;
+    };
+    source.add_sink(v2::sink::get_dir(pattern, big, big));
+    std::vector<std::string> expected{log_lines(1, "before midnight ")};
+    now += 60;
+    expected.push_back(log_lines(1, "after midnight "));
+    expected.back() += log_lines(1, "the same day ");
+    now += 24 * 3600;
+    expected.push_back(log_lines(1, "a day later "));
+    std::vector<std::string> days;
+    for (auto const& file : files_in(logs)) {
+        days.push_back(text_in(file));
+    }
+    EXPECT_EQ(days, expected);
 }
 
 // Two patterns in one directory share its collector, which keeps the smaller total size.
