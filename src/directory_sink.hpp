@@ -13,13 +13,15 @@ namespace VT::Logging::v2::impl {
 // The file collector of the live directory sink `handle`, or an empty pointer when `handle` is
 // not one. Boost.Log's back end keeps its collector to itself, yet files that did not come from
 // the back end (extra log files of the directory) must be stored through the very collector that
-// prunes the rotated ones. Store them with the sink's back end locked, so that a file is never
-// stored in the middle of a rotation:
+// prunes the rotated ones. Takes the registry's mutex, so call it before locking the back end;
+// store files with the back end locked, so that a file is never stored in the middle of a
+// rotation:
 //
+//   collector = get_file_collector(handle)
 //   sink::detail::get_unwrapped_sink(handle)
 //     -> boost::dynamic_pointer_cast<synchronous_sink<text_file_backend>>
 //     -> locked_backend()                            held while
-//     -> get_file_collector(handle)->store_file(path)
+//     -> collector->store_file(path)
 boost::shared_ptr<boost::log::sinks::file::collector>
 get_file_collector(std::shared_ptr<sink::base> const& handle);
 

@@ -97,9 +97,10 @@ void add_log_file(boost::filesystem::path const& file)
     auto const boost_logger = boost::dynamic_pointer_cast<
         boost::log::sinks::synchronous_sink<boost::log::sinks::text_file_backend>>(boost_sink);
     VT_FACADE_ASSERT(boost_logger);
-    auto const backend = boost_logger->locked_backend();
+    // Asked before the back end is locked, so the registry's mutex is never awaited under it.
     auto const collector = v2::impl::get_file_collector(wrapper_logger);
     VT_FACADE_ASSERT(collector);
+    auto const backend = boost_logger->locked_backend();
     collector->store_file(file);
 }
 
