@@ -148,8 +148,8 @@ void check_pattern(std::string const& pattern)
     if (pattern.empty()) {
         reason = "is empty";
     } else if (pattern.back() == '/' || file_name == "." || file_name == "..") {
-        reason = "names no file name";
-    } else if (path.parent_path().lexically_normal() == "." || !path.has_parent_path()) {
+        reason = "names no file";
+    } else if (!path.has_parent_path() || path.parent_path().lexically_normal() == ".") {
         reason = "has no directory part: the current directory is never a log directory";
     }
     if (reason) {
