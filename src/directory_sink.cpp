@@ -11,6 +11,7 @@
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/log/utility/formatting_ostream.hpp>
 #include <boost/make_shared.hpp>
+#include <fmt/format.h>
 
 #include <ios>
 #include <limits>
@@ -93,6 +94,17 @@ void write(boost::log::formatting_ostream& out, std::string_view text)
     out.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
+// Boost.Log's text form of a thread identifier: "0x" and the native value in lower-case
+// hexadecimal digits, as many as it has nibbles.
+void append_thread_id(fmt::memory_buffer& line, boost::log::thread_id const& id)
+{
+    auto const native = id.native_id();
+    line.append(std::string_view("0x"));
+    for (int shift = static_cast<int>(sizeof(native)) * 8 - 4; shift >= 0; shift -= 4) {
+        line.push_back("0123456789abcdef"[(native >> shift) & 0xf]);
+    }
+}
+
 // One file line; the back end adds the final newline. Fields are separated by tabs, and every
 // line after the first of a message is indented under the message column:
 //
@@ -100,6 +112,7 @@ void write(boost::log::formatting_ostream& out, std::string_view text)
 //   TAB TAB TAB second line
 //
 // The thread name appears only when the thread has one; the root logger's domain field is empty.
+// The fields before the message are gathered first and written to the stream at once.
 void full_formatter(boost::log::record_view const& record, boost::log::formatting_ostream& out)
 {
     auto const& names = impl::record_names::get();
@@ -109,23 +122,25 @@ void full_formatter(boost::log::record_view const& record, boost::log::formattin
         return;
     }
 
-    write(out, impl::get_time(record));
-    out.put('\t');
+    fmt::memory_buffer fields;
+    fields.append(impl::get_time(record));
+    fields.push_back('\t');
     if (auto const id = boost::log::extract<boost::log::thread_id>(names.thread_id, values)) {
-        out << id.get();
+        append_thread_id(fields, id.get());
         auto const thread_name = boost::log::extract<std::string_view>(names.thread_name, values);
         if (thread_name && !thread_name->empty()) {
-            out.put(':');
-            write(out, *thread_name);
+            fields.push_back(':');
+            fields.append(*thread_name);
         }
     }
-    out.put('\t');
+    fields.push_back('\t');
     if (auto const channel = boost::log::extract<std::string_view>(names.channel, values)) {
-        out.put('[');
-        write(out, *channel);
-        out.put(']');
+        fields.push_back('[');
+        fields.append(*channel);
+        fields.push_back(']');
     }
-    out.put('\t');
+    fields.push_back('\t');
+    write(out, std::string_view(fields.data(), fields.size()));
 
     std::string_view text = *message;
     for (auto end = text.find('\n'); end != std::string_view::npos && end + 1 < text.size();
