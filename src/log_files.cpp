@@ -106,7 +106,7 @@ private:
 // The back end's lines go to the current file through this buffer and a descriptor of its own:
 // the back end's file stream stays open but idle. Unlike a file stream's buffer it keeps nothing
 // back after a failed write, which a later flush would otherwise write again after the torn
-// part; and it can tell, with one fstat, whether the file has been removed.
+// part; and it can tell, with one system call, whether the file has been removed.
 class line_buffer : public std::streambuf {
 public:
     line_buffer() { reset(); }
@@ -139,11 +139,19 @@ public:
         fd_ = -1;
     }
 
-    // Whether the file has been unlinked, or its directory removed, since it was opened.
+    // Whether the file has been unlinked, or its directory removed, since it was opened. Asked
+    // before every line: on Linux, statx for the link count alone costs a fraction of fstat.
     bool removed() const noexcept
     {
+#if defined(__linux__)
+        struct statx status;
+        return fd_ < 0 ||
+               ::statx(fd_, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_NLINK, &status) != 0 ||
+               status.stx_nlink == 0;
+#else
         struct stat status;
         return fd_ < 0 || ::fstat(fd_, &status) != 0 || status.st_nlink == 0;
+#endif
     }
 
 private:
@@ -191,7 +199,10 @@ private:
         }
     }
 
-    void reset() { setp(buffer_.data(), buffer_.data() + buffer_.size()); }
+    void reset()
+    {
+        setp(buffer_.data(), buffer_.data() + buffer_.size());
+    }
 
     [[noreturn]] static void throw_error(char const* what, fs::path const& file)
     {
