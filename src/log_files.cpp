@@ -226,13 +226,15 @@ std::time_t next_local_midnight(std::time_t now)
     return std::mktime(&local);
 }
 
-// What the handlers of one back end share. The back end owns the handlers and they own this,
-// so none of it refers back to the back end but the pointer its handlers are called through.
+// What the handlers of one back end share. The back end owns the handlers and they own this;
+// nothing owns the back end in return (the open handler keeps a plain pointer to it, used only
+// while the back end calls it), so there is no cycle.
 struct file_state {
     line_buffer lines;
-    std::streambuf* stream_buffer =
-        nullptr;              // the back end's own, put back before its stream closes
-    std::time_t midnight = 0; // the first one after the current file was opened
+    // The back end stream's own buffer, put back before the stream is closed.
+    std::streambuf* stream_buffer = nullptr;
+    // The first local midnight after the current file was opened.
+    std::time_t midnight = 0;
 };
 
 } // namespace
