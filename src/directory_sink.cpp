@@ -2,17 +2,21 @@
 #include "VTLog/v2/log.hpp"
 
 #include "directory_sink.hpp"
+#include "log_files.hpp"
 #include "record_names.hpp"
 
 #include <boost/filesystem/path.hpp>
 #include <boost/log/attributes/current_thread_id.hpp>
 #include <boost/log/attributes/value_extraction.hpp>
+#include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/log/utility/formatting_ostream.hpp>
 #include <boost/make_shared.hpp>
+#include <fmt/format.h>
 
 #include <ios>
 #include <limits>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -26,11 +30,16 @@ namespace {
 
 namespace sinks = boost::log::sinks;
 
+using frontend = sinks::synchronous_sink<sinks::text_file_backend>;
+using collector_ptr = boost::shared_ptr<sinks::file::collector>;
+
 struct sink_lookup {
     std::weak_ptr<base> handle;
     // The handle the entry was made for. It stays comparable after `handle` has expired, which
     // lets a dying sink tell its own entry from one that a newer sink has taken over.
     base const* identity;
+    // The collector set on the sink's back end, which Boost.Log does not hand out again.
+    collector_ptr collector;
 };
 
 // The live directory sinks, keyed by pattern (exact bytes: "logs/a" and "logs//a" are two
@@ -85,6 +94,17 @@ void write(boost::log::formatting_ostream& out, std::string_view text)
     out.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
+// Boost.Log's text form of a thread identifier: "0x" and the native value in lower-case
+// hexadecimal digits, as many as it has nibbles.
+void append_thread_id(fmt::memory_buffer& line, boost::log::thread_id const& id)
+{
+    auto const native = id.native_id();
+    line.append(std::string_view("0x"));
+    for (int shift = static_cast<int>(sizeof(native)) * 8 - 4; shift >= 0; shift -= 4) {
+        line.push_back("0123456789abcdef"[(native >> shift) & 0xf]);
+    }
+}
+
 // One file line; the back end adds the final newline. Fields are separated by tabs, and every
 // line after the first of a message is indented under the message column:
 //
@@ -92,6 +112,7 @@ void write(boost::log::formatting_ostream& out, std::string_view text)
 //   TAB TAB TAB second line
 //
 // The thread name appears only when the thread has one; the root logger's domain field is empty.
+// The fields before the message are gathered first and written to the stream at once.
 void full_formatter(boost::log::record_view const& record, boost::log::formatting_ostream& out)
 {
     auto const& names = impl::record_names::get();
@@ -101,23 +122,25 @@ void full_formatter(boost::log::record_view const& record, boost::log::formattin
         return;
     }
 
-    write(out, impl::get_time(record));
-    out.put('\t');
+    fmt::memory_buffer fields;
+    fields.append(impl::get_time(record));
+    fields.push_back('\t');
     if (auto const id = boost::log::extract<boost::log::thread_id>(names.thread_id, values)) {
-        out << id.get();
+        append_thread_id(fields, id.get());
         auto const thread_name = boost::log::extract<std::string_view>(names.thread_name, values);
         if (thread_name && !thread_name->empty()) {
-            out.put(':');
-            write(out, *thread_name);
+            fields.push_back(':');
+            fields.append(*thread_name);
         }
     }
-    out.put('\t');
+    fields.push_back('\t');
     if (auto const channel = boost::log::extract<std::string_view>(names.channel, values)) {
-        out.put('[');
-        write(out, *channel);
-        out.put(']');
+        fields.push_back('[');
+        fields.append(*channel);
+        fields.push_back(']');
     }
-    out.put('\t');
+    fields.push_back('\t');
+    write(out, std::string_view(fields.data(), fields.size()));
 
     std::string_view text = *message;
     for (auto end = text.find('\n'); end != std::string_view::npos && end + 1 < text.size();
@@ -129,31 +152,56 @@ void full_formatter(boost::log::record_view const& record, boost::log::formattin
     write(out, text);
 }
 
-boost::shared_ptr<impl::directory_frontend>
-make_frontend(std::string const& pattern, unsigned long rotation_size, unsigned long max_total_size)
+// Refuses a pattern whose files would share a directory with anything but logs: every file of
+// the directory counts toward the size limit and may be deleted, so the current directory (an
+// empty or "." directory part) is never taken for one.
+void check_pattern(std::string const& pattern)
 {
+    char const* reason = nullptr;
     boost::filesystem::path const path(pattern);
-    auto backend = boost::make_shared<impl::directory_backend>();
-    // A file whose name exists already (same pattern, same second, same counter) is continued.
+    auto const file_name = path.filename();
+    if (pattern.empty()) {
+        reason = "is empty";
+    } else if (pattern.back() == '/' || file_name == "." || file_name == "..") {
+        reason = "names no file";
+    } else if (!path.has_parent_path() || path.parent_path().lexically_normal() == ".") {
+        reason = "has no directory part: the current directory is never a log directory";
+    }
+    if (reason) {
+        throw std::invalid_argument("log file pattern \"" + pattern + "\" " + reason +
+                                    "; every file of a log directory counts toward its size "
+                                    "limit and may be deleted, so it must be one given over to "
+                                    "the logs");
+    }
+}
+
+boost::shared_ptr<frontend> make_frontend(boost::filesystem::path const& path,
+                                          unsigned long rotation_size, unsigned long max_total_size,
+                                          collector_ptr& collector)
+{
+    auto backend = boost::make_shared<sinks::text_file_backend>();
+    // A file whose name exists already (a pattern without a counter) is continued.
     backend->set_open_mode(std::ios_base::out | std::ios_base::binary | std::ios_base::app);
     backend->set_file_name_pattern(path);
-    backend->set_time_based_rotation(sinks::file::rotation_at_time_point(0, 0, 0));
+    impl::guard_log_files(*backend);
     backend->set_rotation_size(rotation_size);
+    impl::continue_file_counter(*backend, path);
     // Rotated files stay where they were written; only their total size is bounded. Making the
     // collector creates the directory, so an unusable one is reported here, by get_dir.
-    backend->set_file_collector(sinks::file::make_collector(
+    collector = sinks::file::make_collector(
         boost::log::keywords::target = path.parent_path(),
         boost::log::keywords::max_size = max_total_size, boost::log::keywords::min_free_space = 0,
-        boost::log::keywords::max_files = std::numeric_limits<unsigned long>::max()));
+        boost::log::keywords::max_files = std::numeric_limits<unsigned long>::max());
+    backend->set_file_collector(collector);
     // Every file already in the directory counts toward the total, whatever its name, and
     // being older than anything this sink writes, goes first once the total is exceeded.
     backend->scan_for_files(sinks::file::scan_all, true);
     // Each line is on disk when the logging call returns, even if the process dies next.
     backend->auto_flush(true);
 
-    auto frontend = boost::make_shared<impl::directory_frontend>(backend);
-    frontend->set_formatter(&full_formatter);
-    return frontend;
+    auto made = boost::make_shared<frontend>(backend);
+    made->set_formatter(&full_formatter);
+    return made;
 }
 
 } // namespace
@@ -161,6 +209,7 @@ make_frontend(std::string const& pattern, unsigned long rotation_size, unsigned 
 std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
                               unsigned long max_total_size)
 {
+    check_pattern(pattern);
     auto const registry = get_pattern_sink_data();
     // Declared before the lock so that a handle dropped by an exception is destroyed after the
     // unlock: its destructor takes the same lock.
@@ -177,12 +226,13 @@ std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
         }
     }
 
-    auto frontend = make_frontend(pattern, rotation_size, max_total_size);
+    collector_ptr collector;
+    auto sink = make_frontend(pattern, rotation_size, max_total_size, collector);
     made = std::make_shared<pattern_sink>(boost::log::attribute_name("pattern sink " + pattern),
-                                          std::move(frontend), pattern, get_pattern_sink_data());
+                                          std::move(sink), pattern, get_pattern_sink_data());
     // An expired entry belongs to a sink whose destructor is waiting for this lock; taking the
     // entry over is what its identity test expects.
-    sink_lookup const lookup{made, made.get()};
+    sink_lookup const lookup{made, made.get(), std::move(collector)};
     if (entry != registry->sinks.end()) {
         entry->second = lookup;
     } else {
@@ -192,4 +242,18 @@ std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
 }
 
 } // namespace sink
+
+boost::shared_ptr<boost::log::sinks::file::collector>
+impl::get_file_collector(std::shared_ptr<sink::base> const& handle)
+{
+    auto const registry = sink::get_pattern_sink_data();
+    std::lock_guard<std::mutex> lock(registry->mutex);
+    for (auto const& [pattern, entry] : registry->sinks) {
+        if (entry.identity == handle.get() && !entry.handle.expired()) {
+            return entry.collector;
+        }
+    }
+    return {};
+}
+
 } // namespace VT::Logging::v2

@@ -4,6 +4,8 @@
 #include "assert.hpp"
 #include "directory_sink.hpp"
 
+#include <boost/log/sinks/sync_frontend.hpp>
+#include <boost/log/sinks/text_file_backend.hpp>
 #include <fmt/format.h>
 
 #include <cstdlib>
@@ -92,11 +94,13 @@ void add_log_file(boost::filesystem::path const& file)
     VT_FACADE_ASSERT(wrapper_logger);
     auto const boost_sink = v2::sink::detail::get_unwrapped_sink(wrapper_logger);
     VT_FACADE_ASSERT(boost_sink);
-    auto const boost_logger = boost::dynamic_pointer_cast<v2::impl::directory_frontend>(boost_sink);
+    auto const boost_logger = boost::dynamic_pointer_cast<
+        boost::log::sinks::synchronous_sink<boost::log::sinks::text_file_backend>>(boost_sink);
     VT_FACADE_ASSERT(boost_logger);
-    auto const backend = boost_logger->locked_backend();
-    auto const collector = backend->get_file_collector();
+    // Asked before the back end is locked, so the registry's mutex is never awaited under it.
+    auto const collector = v2::impl::get_file_collector(wrapper_logger);
     VT_FACADE_ASSERT(collector);
+    auto const backend = boost_logger->locked_backend();
     collector->store_file(file);
 }
 

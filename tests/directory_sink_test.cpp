@@ -2,14 +2,25 @@
 #include "test_support.hpp"
 
 #include "directory_sink.hpp"
+#include "log_files.hpp"
 #include "logger_source.hpp"
 
 #include <boost/filesystem.hpp>
+
+#include <boost/log/core/core.hpp>
+#include <boost/log/detail/thread_id.hpp>
 
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <sstream>
+
+#include <sys/wait.h>
+#include <unistd.h>
+#if defined(__linux__)
+#include <sys/mount.h>
+#endif
 
 namespace {
 
@@ -27,11 +38,13 @@ std::vector<fs::path> files_in(fs::path const& dir)
     return files;
 }
 
-// The text of the files of `dir` in order less what `cut` matches, by default all but messages.
-std::string text_in(fs::path const& dir, std::string const& cut = "[^\t\n]*\t[^\t\n]*\t[^\t\n]*\t")
+// The text of the file, or of the files of the directory in order, less what `cut` matches, by
+// default all but messages.
+std::string text_in(fs::path const& where,
+                    std::string const& cut = "[^\t\n]*\t[^\t\n]*\t[^\t\n]*\t")
 {
     std::string text;
-    for (auto const& file : files_in(dir)) {
+    for (auto const& file : fs::is_directory(where) ? files_in(where) : std::vector{where}) {
         std::ifstream in(file.string(), std::ios::binary);
         text.append(std::istreambuf_iterator<char>(in), {});
     }
@@ -110,9 +123,12 @@ TEST_F(DirectorySink, FileLineLayoutAppendedToAnExistingFile)
     v2::log_str(v2::logger(source.get_data()->root), info, "first\nsecond\n\nfourth\n");
     v2::set_current_thread_name("");
     v2::log_str(source.get_child_logger("t"), info, "unnamed");
-    EXPECT_EQ(text_in(logs, R"(\d{4}-\d\d-\d\d (\d\d:){2}\d\d\.\d{3}[+-]\d\d:\d\d\t0x[0-9a-f]+)"),
-              "earlier run\n:main\t[Net.Curl]\tsent\n"
-              ":main\t\tfirst\n\t\t\tsecond\n\t\t\t\n\t\t\tfourth\n\t[t]\tunnamed\n");
+    std::ostringstream thread_id; // in Boost.Log's own text form
+    thread_id << boost::log::aux::this_thread::get_id();
+    EXPECT_EQ(
+        text_in(logs, R"(\d{4}-\d\d-\d\d (\d\d:){2}\d\d\.\d{3}[+-]\d\d:\d\d\t)" + thread_id.str()),
+        "earlier run\n:main\t[Net.Curl]\tsent\n"
+        ":main\t\tfirst\n\t\t\tsecond\n\t\t\t\n\t\t\tfourth\n\t[t]\tunnamed\n");
 }
 
 using DirectorySinkDeathTest = DirectorySink;
@@ -154,5 +170,221 @@ TEST_F(DirectorySink, RetentionDeletesTheOldestFilesWhateverTheirNamesAtTheFirst
     EXPECT_FALSE(fs::exists(logs / "log 50.txt"));
     EXPECT_FALSE(fs::exists(logs / "z old"));
 }
+
+TEST_F(DirectorySink, RefusesAPatternOutsideADirectoryOfItsOwnAndTouchesNothing)
+{
+    auto const project = dir.root / "project";
+    fs::create_directories(project);
+    std::ofstream((project / "main.cpp").string()) << "int main() {}\n";
+    fs::current_path(project);
+    for (auto const& [bad, reason] : {std::pair<std::string, std::string>{"", "empty"},
+                                      {"app %2N.log", "directory"},
+                                      {"./app %2N.log", "directory"},
+                                      {"logs/", "no file"},
+                                      {(logs / ".").string(), "no file"}}) {
+        auto const what =
+            thrown_text<std::invalid_argument>([p = bad] { v2::sink::get_dir(p, 1, 1); });
+        EXPECT_NE(what.find("\"" + bad + "\""), std::string::npos) << what;
+        EXPECT_NE(what.find(reason), std::string::npos) << what;
+    }
+    EXPECT_EQ(files_in(project), std::vector<fs::path>{project / "main.cpp"});
+    EXPECT_TRUE(files_in(logs).empty());
+}
+
+// Lines after the current file, or its whole directory, was removed go to a new file there.
+TEST_F(DirectorySink, NoLineIsLostWhenTheCurrentFileOrItsDirectoryIsRemoved)
+{
+    source.add_sink(v2::sink::get_dir(pattern, big, big));
+    for (auto const& remove : {+[](fs::path const& logs) { fs::remove(files_in(logs).back()); },
+                               +[](fs::path const& logs) {
+                                   fs::remove_all(logs);
+                               }}) {
+        log_lines(3, "gone ");
+        remove(logs);
+        std::string const kept = log_lines(3, "kept ");
+        EXPECT_EQ(text_in(logs), kept);
+    }
+}
+
+// Each process's collector counts the other's files; the parent's rotations delete the child's
+// current file, after which the child's lines must still reach a file.
+TEST_F(DirectorySink, TwoProcessesSharingADirectoryLoseNoLine)
+{
+    int to_parent[2];
+    int to_child[2];
+    ASSERT_EQ(::pipe(to_parent), 0);
+    ASSERT_EQ(::pipe(to_child), 0);
+    char token = 0;
+    pid_t const child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        source.add_sink(v2::sink::get_dir((logs / "child %2N.txt").string(), big, 3000));
+        log_lines(3, "child before ");
+        bool const synced =
+            ::write(to_parent[1], &token, 1) == 1 && ::read(to_child[0], &token, 1) == 1;
+        log_lines(3, "child after ");
+        std::_Exit(synced ? 0 : 1);
+    }
+    ASSERT_EQ(::read(to_parent[0], &token, 1), 1);
+    source.add_sink(v2::sink::get_dir((logs / "parent %2N.txt").string(), 300, 1500));
+    log_lines(30, "parent's line ");
+    ASSERT_EQ(::write(to_child[1], &token, 1), 1);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    std::string const all = text_in(logs);
+    EXPECT_NE(all.find("child after 10\nchild after 11\nchild after 12\n"), std::string::npos)
+        << all;
+}
+
+// A new sink continues after the highest counter present, even while another sink of the
+// directory keeps its collector: no file holds lines of two runs, none outgrows the rotation size.
+TEST_F(DirectorySink, ARestartContinuesTheCounterAndNeverMixesRuns)
+{
+    std::ofstream((logs / "log 00.txt").string()) << "first run\n";
+    std::ofstream((logs / "log 03.txt").string()) << "second run\n";
+    auto const keeper = v2::sink::get_dir((logs / "other %2N.txt").string(), big, big);
+    for (auto const* run : {"third run ", "fourth run "}) {
+        auto const sink = v2::sink::get_dir(pattern, 100, big);
+        source.add_sink(sink);
+        log_lines(6, run);
+        source.remove_sink(sink);
+    }
+    EXPECT_EQ(text_in(logs / "log 00.txt", ""), "first run\n");
+    EXPECT_EQ(text_in(logs / "log 03.txt", ""), "second run\n");
+    EXPECT_TRUE(fs::exists(logs / "log 04.txt")) << "the counter went on after 03";
+    for (auto const& file : files_in(logs)) {
+        std::string const text = text_in(file);
+        EXPECT_LE(fs::file_size(file), 100u) << file;
+        EXPECT_TRUE(text.find("third") == std::string::npos ||
+                    text.find("fourth") == std::string::npos)
+            << file;
+    }
+}
+
+// The clock runs from 23:59:30 local time; the file opened then rotates at the first line after
+// midnight, though it holds a single line, and the next file a day later.
+TEST_F(DirectorySink, TheFirstMidnightAfterTheFirstLineRotates)
+{
+    static std::time_t now = [] {
+        std::tm evening{};
+        evening.tm_year = 2024 - 1900;
+        evening.tm_mon = 4;
+        evening.tm_mday = 1;
+        evening.tm_hour = 23;
+        evening.tm_min = 59;
+        evening.tm_sec = 30;
+        evening.tm_isdst = -1;
+        return std::mktime(&evening);
+    }();
+    v2::impl::rotation_clock = [] {
+        return now;
+    };
+    source.add_sink(v2::sink::get_dir(pattern, big, big));
+    std::vector<std::string> expected{log_lines(1, "before midnight ")};
+    now += 60;
+    expected.push_back(log_lines(1, "after midnight "));
+    expected.back() += log_lines(1, "the same day ");
+    now += 24 * 3600;
+    expected.push_back(log_lines(1, "a day later "));
+    std::vector<std::string> days;
+    for (auto const& file : files_in(logs)) {
+        days.push_back(text_in(file));
+    }
+    EXPECT_EQ(days, expected);
+}
+
+// Two patterns in one directory share its collector, which keeps the smaller total size.
+TEST_F(DirectorySink, TwoPatternsInOneDirectoryHaveOneBudgetTheSmallest)
+{
+    auto const sink = v2::sink::get_dir(pattern, 200, big);
+    auto const small = v2::sink::get_dir((logs / "small %2N.txt").string(), 200, 1000);
+    auto const frontend = boost::dynamic_pointer_cast<
+        boost::log::sinks::synchronous_sink<boost::log::sinks::text_file_backend>>(
+        v2::sink::detail::get_unwrapped_sink(sink));
+    ASSERT_TRUE(frontend) << "a directory sink wraps exactly a synchronous text file sink";
+    source.add_sink(sink);
+    log_lines(60, "a line of the larger budget ");
+    std::uintmax_t total = 0;
+    for (auto const& file : files_in(logs)) {
+        total += fs::file_size(file);
+    }
+    EXPECT_LE(total, 1000u + 200u) << "the kept files and the current one";
+}
+
+#if defined(__linux__)
+// A file system that fills up: the failing call reports it, earlier lines stay whole, and once
+// there is space again lines are written from the start of a line of a new file.
+TEST_F(DirectorySink, AFullDiskIsReportedAndTheSinkRecovers)
+{
+    for (bool const handled : {false, true}) {
+        struct small_disk {
+            explicit small_disk(fs::path where)
+                : path(std::move(where))
+            {
+                fs::create_directories(path);
+                mounted = ::mount("tmpfs", path.c_str(), "tmpfs", 0, "size=64k") == 0;
+            }
+            ~small_disk()
+            {
+                if (mounted) {
+                    ::umount2(path.c_str(), MNT_DETACH);
+                }
+            }
+            fs::path const path;
+            bool mounted;
+        } const small(dir.root / (handled ? "handled" : "thrown"));
+        if (!small.mounted) {
+            GTEST_SKIP() << "needs root to mount a 64 KiB tmpfs: " << std::strerror(errno);
+        }
+        auto const& disk = small.path;
+        std::ofstream((disk / "ballast").string()) << std::string(20000, 'b');
+        std::vector<std::string> reported;
+        if (handled) {
+            boost::log::core::get()->set_exception_handler([&] {
+                try {
+                    throw;
+                } catch (std::exception const& e) {
+                    reported.push_back(e.what());
+                }
+            });
+        }
+        auto const sink = v2::sink::get_dir((disk / "log %2N.txt").string(), big, big);
+        source.add_sink(sink);
+        auto const logger = source.get_child_logger("t");
+        std::string written;
+        int failures = 0;
+        for (int i = 1000; i < 1600 && failures < 3; ++i) {
+            std::string const text = "line " + std::to_string(i) + std::string(130, '.');
+            auto const before = reported.size();
+            try {
+                v2::log_str(logger, info, text);
+                if (reported.size() == before) {
+                    written += text + '\n';
+                } else {
+                    ++failures;
+                }
+            } catch (std::exception const& e) {
+                reported.push_back(e.what());
+                ++failures;
+            }
+        }
+        ASSERT_EQ(failures, 3) << "the disk never filled up";
+        fs::remove(disk / "ballast");
+        written += log_lines(3, "after ");
+        source.remove_sink(sink);
+        boost::log::core::get()->set_exception_handler({});
+
+        std::string lines;
+        for (auto const& file : files_in(disk)) {
+            std::string text = text_in(file);
+            text.erase(text.rfind('\n') + 1); // a torn last line is a failed call's
+            lines += text;
+        }
+        EXPECT_EQ(lines, written);
+        EXPECT_NE(reported.front().find(disk.string()), std::string::npos) << reported.front();
+    }
+}
+#endif
 
 } // namespace

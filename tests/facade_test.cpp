@@ -71,6 +71,25 @@ TEST_F(Facade, HeldMessagesReachFileAndStandardOutputAtStart)
                      "run Assertion c == state::enqueueing");
 }
 
+// With HOME unset the default directory is empty: the current directory is refused, and what was
+// held waits for a start with a usable directory.
+TEST_F(Facade, AnEmptyDirectoryIsRefusedAndKeepsTheHeldMessages)
+{
+    v2::log_str(Logging::get_logger("Early"), level(3), "held");
+    config.log_directory = VT::filesystem::path();
+    auto const what = thrown_text<std::invalid_argument>([&] { Logging::start_logging(config); });
+    EXPECT_NE(what.find("no directory part"), std::string::npos) << what;
+    EXPECT_FALSE(Logging::detail2::get_directory_logger());
+    config.log_directory = dir.string();
+    Logging::start_logging(config);
+    EXPECT_EQ(out.str(), "[Early] held\n");
+    ASSERT_EQ(files().size(), 1u);
+    std::ifstream file(files()[0].string());
+    std::string line;
+    std::getline(file, line);
+    EXPECT_EQ(line.substr(line.rfind('\t') + 1), "held");
+}
+
 TEST(FacadeSource, TwoArgumentStartInstallsTheGivenSourceAndNoSink)
 {
     auto before = Logging::get_logger("Old");

@@ -47,17 +47,20 @@ namespace VT::Logging {
 struct LogConfig {
     v2::log_level level;                                          // level of the root logger
     std::unordered_map<std::string, v2::log_level> domain_levels; // explicit level per domain
-    VT::filesystem::path log_directory;                           // where the log files go
-    std::uint64_t max_size;      // bytes all files of the directory may take together
-    std::uint64_t rotation_size; // bytes after which a new file is begun
+    VT::filesystem::path log_directory; // where the log files go: a directory for them alone
+    std::uint64_t max_size;             // bytes all files of the directory may take together
+    std::uint64_t rotation_size;        // bytes after which a new file is begun
 };
 
 // Starts the process-wide source: attaches a directory sink writing
 // "Vantorel <date> <time> <pid> <NN>.log" files in `config.log_directory` and the standard-output
 // sink, applies `domain_levels`, and starts at `config.level`, replaying what was logged before.
-// Call once, at start-up, before other threads use the façade. Throws what creating the sink
-// throws (Boost.Filesystem errors for an unusable directory), and std::invalid_argument when
-// logging was already started.
+// Every file of `config.log_directory` counts toward `max_size` and may be deleted (see
+// v2::sink::get_dir), so it must be a directory given over to the logs. Call once, at start-up,
+// before other threads use the façade. Throws what creating the sink throws: std::invalid_argument
+// for an empty `log_directory` (GetDefaultLogDir() with HOME unset), Boost.Filesystem errors for
+// an unusable one; messages logged so far are then still held for a later start_logging. Throws
+// std::invalid_argument when logging was already started.
 VTLOG_API void start_logging(LogConfig const& config);
 
 // Makes `source` the process-wide source and starts it with `config`'s levels; attaches no sink
@@ -74,7 +77,8 @@ VTLOG_API v2::logger get_logger(std::string domain);
 // The process-wide logger of the domain "Global". Thread-safe.
 VTLOG_API v2::logger get_global_logger();
 
-// $HOME/Library/Logs/Vantorel, or an empty path when HOME is not set; fixed at the first call.
+// $HOME/Library/Logs/Vantorel, or an empty path when HOME is not set (start_logging refuses it);
+// fixed at the first call.
 VTLOG_API VT::filesystem::path GetDefaultLogDir();
 
 // Whether curl transfers should be verbose: when everything is logged (level 0) or when a level

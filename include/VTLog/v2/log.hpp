@@ -333,15 +333,23 @@ VTLOG_API std::shared_ptr<base> get_stdout();
 VTLOG_API std::shared_ptr<base> get_stderr();
 
 // The sink that appends to rotating files named by `pattern` (Boost.Log file-name placeholders
-// such as %Y-%m-%d and %2N; its directory, created if missing, holds the files). A file is
-// closed before a line would take it to `rotation_size` bytes, and daily at local midnight.
-// Every file of the directory counts toward `max_total_size`, whatever its name: at each
-// rotation the oldest files are deleted until the total is back under it. Each line is flushed
-// to its file before the logging call returns.
+// such as %Y-%m-%d and %2N). The pattern's directory, created if missing, must be one given over
+// to the logs: every file in it counts toward `max_total_size`, whatever its name, and at each
+// rotation the oldest files are deleted until the total is back under it. A directory has one
+// budget: sinks of several patterns in one directory share it, and it is the smallest
+// `max_total_size` they were given.
+// A file is closed before a line would take it to `rotation_size` bytes, and at the first local
+// midnight after it was opened. A new sink's counter continues after the highest one of the
+// pattern's files already in the directory, so no file holds lines of two runs. Each line is
+// flushed to its file before the logging call returns; if the current file (or the directory)
+// was removed meanwhile, by anyone, the line goes to a new file (in the directory made again).
 // While a sink for `pattern` (compared byte for byte) lives, the same handle is returned and the
-// sizes are ignored. Thread-safe. Throws Boost.Filesystem or Boost.Log exceptions naming the
-// path when the directory cannot be created; errors writing files later are Boost.Log's and
-// reach the logging call the same way.
+// sizes are ignored. Thread-safe.
+// Throws std::invalid_argument naming the pattern when it is empty, names no file (ends in a
+// separator) or has no directory part (empty or "."); Boost.Filesystem or Boost.Log exceptions
+// naming the path when the directory cannot be created. A line that cannot be written (a full
+// disk) makes its logging call throw a Boost.Filesystem error naming the file, or reaches the
+// handler set with boost::log::core::set_exception_handler; the next line begins a new file.
 VTLOG_API std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
                                         unsigned long max_total_size);
 
