@@ -286,11 +286,13 @@ public:
     VTLOG_API void reset_child_log_level(std::string path);
 
     // Attaches a sink: records of this tree reach it from now on (once the source runs).
-    // Returns false if it was already attached.
+    // Returns false if it was already attached. Throws std::invalid_argument for a null sink,
+    // leaving the source as it was.
     VTLOG_API bool add_sink(std::shared_ptr<sink::base> sink);
 
     // Detaches a sink. Records stop reaching every sink with the same routing name. Returns
-    // whether this sink was attached.
+    // whether this sink was attached. Throws std::invalid_argument for a null sink, leaving the
+    // source as it was.
     VTLOG_API bool remove_sink(std::shared_ptr<sink::base> sink);
 
 private:
