@@ -49,6 +49,7 @@ struct logger_source::data : std::enable_shared_from_this<logger_source::data> {
     void finish();
 
     void add_log_message(message& m);
+    // Opens the record of a message whose text has been taken; empty if nothing takes it.
     boost::log::record make_record(message& m);
 
     // Marker walks over the whole tree; the caller holds `mutex` (or is building the data).

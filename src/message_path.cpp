@@ -123,6 +123,16 @@ std::string_view trim(std::string_view text)
                        static_cast<std::size_t>(end - begin));
 }
 
+// Asks for the text the first time, with no lock of the library held, so that the text function
+// may look up loggers and log itself. False when the text is blank: nothing is to be logged.
+bool take_text(logger_source::data::message& m)
+{
+    if (m.text.empty()) {
+        m.text = trim(m.function->get_str());
+    }
+    return !m.text.empty();
+}
+
 class constant_logger final : public log_function_ref {
 public:
     explicit constant_logger(std::string_view text)
@@ -148,12 +158,6 @@ boost::shared_ptr<boost::log::sinks::sink> queueing_sink_instance()
 
 boost::log::record logger_source::data::make_record(message& m)
 {
-    if (m.text.empty()) {
-        m.text = trim(m.function->get_str());
-        if (m.text.empty()) {
-            return {};
-        }
-    }
     boost::log::attribute_value level_value(
         new boost::log::attributes::attribute_value_impl<log_level>(m.level));
     boost::log::attribute_value message_value(new impl::string_view_attribute_value<char>(m.text));
@@ -170,7 +174,7 @@ void logger_source::data::add_log_message(message& m)
     for (;;) {
         switch (auto const c = current.load()) {
         case state::running:
-            if (m.level < node.level.load(std::memory_order_relaxed)) {
+            if (m.level < node.level.load(std::memory_order_relaxed) || !take_text(m)) {
                 return;
             }
             if (auto record = make_record(m)) {
@@ -185,8 +189,12 @@ void logger_source::data::add_log_message(message& m)
             AbortEnumOutOfRange(c);
         }
 
-        // Enqueueing: the node's mutex keeps the record's markers and its transient list in
+        // Enqueueing: the text is taken first, whatever the level (the level is tested at
+        // replay). Then the node's mutex keeps the record's markers and its transient list in
         // agreement, and the second state test closes the race with `run`.
+        if (!take_text(m)) {
+            return;
+        }
         std::unique_lock<std::mutex> node_lock(node.mutex);
         if (current.load() != state::enqueueing) {
             continue;

@@ -228,4 +228,63 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
     RecordProperty("overlaps", overlaps);
 }
 
+// A text function may use the library: look up loggers of its own source and log through any
+// logger, its own included, whether the source is holding or running.
+TEST(LoggerSourceReentry, TextFunctionsMayLookUpLoggersAndLog)
+{
+    expect_completes_in_child(30, [] {
+        for (bool started : {false, true}) {
+            v2::logger_source source;
+            capture_sink sink;
+            source.add_sink(sink.handle);
+            if (started) {
+                source.start_logging(level(0));
+            }
+            auto net = source.get_child_logger("Net");
+            net.log(level(1), v2::lazy_text([&] {
+                        v2::log_str(source.get_child_logger("Net.Curl"), level(1), "looked up");
+                        v2::log_str(net.get_child_logger("Tls"), level(1), "child");
+                        v2::log_str(net, level(1), "same logger");
+                        return "outer";
+                    }));
+            if (!started) {
+                source.start_logging(level(0));
+            }
+            EXPECT_EQ(sink.lines(), (Strings{"[Net.Curl] looked up", "[Net.Tls] child",
+                                             "[Net] same logger", "[Net] outer"}))
+                << (started ? "running" : "held");
+        }
+    });
+}
+
+// A text that logs through another logger of its source, while another thread attaches and
+// detaches a sink: the walk of the tree and the held message must not wait for each other.
+TEST(LoggerSourceReentry, TextLoggingElsewhereRacesSinkChanges)
+{
+    expect_completes_in_child(60, [] {
+        constexpr int rounds = 2000;
+        v2::logger_source source;
+        capture_sink sink;
+        auto net = source.get_child_logger("Net");
+        auto db = source.get_child_logger("Db");
+        start_line start(2);
+        std::thread writer([&] {
+            start.arrive_and_wait();
+            for (int i = 0; i < rounds; ++i) {
+                net.log(level(0), v2::lazy_text([&] {
+                            v2::log_str(db, level(0), "inner");
+                            return "outer";
+                        }));
+            }
+        });
+        start.arrive_and_wait();
+        for (int i = 0; i < rounds; ++i) {
+            source.add_sink(sink.handle);
+            source.remove_sink(sink.handle);
+        }
+        writer.join();
+        EXPECT_EQ(source.get_data()->queue.size(), std::size_t(2 * rounds));
+    });
+}
+
 } // namespace

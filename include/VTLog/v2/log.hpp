@@ -82,8 +82,10 @@ enum class VTLOG_API log_level : std::int32_t {
 // synchronously on the calling thread, and only when the message can be logged: never when the
 // level is filtered out on a running source or when the source has finished. The view must stay
 // valid until `log` returns; the library copies the text if it keeps the record.
-// `get_str` may run while the library holds a lock of the logger: it must not log through the
-// same logger.
+// `get_str` runs before the library takes any lock for the message, so it may use the library
+// freely: look up loggers, attach sinks, and log through any logger, this one included (such a
+// message is written before the one whose text is being made). An exception it throws leaves
+// `log` and nothing is logged.
 class VTLOG_API log_function_ref {
 public:
     virtual std::string_view get_str() const = 0;
