@@ -10,6 +10,7 @@
 #include <boost/shared_ptr.hpp>
 #include <fmt/format.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -94,6 +95,11 @@ protected:
     ~log_function_ref() = default;
 };
 
+// The most components a logger's domain may have ("a.b.c" has three). Real domains have a
+// handful; the limit keeps the chain of locks that a change of level or of sinks holds along one
+// branch short, and turns a runaway path into an error instead of a tree of millions of nodes.
+inline constexpr std::size_t max_domain_depth = 256;
+
 class logger_source;
 
 namespace sink {
@@ -132,8 +138,10 @@ public:
     // The full dotted domain of this logger; valid while any handle to the node lives.
     VTLOG_API std::string_view get_domain() const noexcept;
 
-    // The logger at the dotted `path` below this one, created on first use. An empty path
-    // returns this logger. Throws std::invalid_argument for a path made only of dots.
+    // The logger at the dotted `path` below this one, created on first use. Leading, trailing and
+    // repeated dots are ignored; an empty path returns this logger. Throws std::invalid_argument,
+    // creating nothing, for a path made only of dots and for one that would give the domain more
+    // than max_domain_depth components.
     VTLOG_API logger get_child_logger(std::string path) const;
 
 private:
@@ -276,15 +284,18 @@ public:
     // (after the root level has been changed), and propagates exceptions of sinks.
     VTLOG_API void start_logging(log_level level);
 
-    // The logger at the dotted `path`, created on first use. Throws std::invalid_argument for an
-    // empty path or a path made only of dots.
+    // The logger at the dotted `path`, created on first use. Leading, trailing and repeated dots
+    // are ignored. Throws std::invalid_argument, creating nothing, for an empty path, a path made
+    // only of dots, and a path of more than max_domain_depth components.
     VTLOG_API logger get_child_logger(std::string path);
 
     // Gives the branch at `path` an explicit level that its ancestors no longer override, and
-    // keeps the branch alive so the setting survives while no handle names it.
+    // keeps the branch alive so the setting survives while no handle names it. Takes the paths
+    // that get_child_logger takes and throws as it does.
     VTLOG_API void set_child_log_level(std::string path, log_level level);
 
-    // Makes the branch at `path` follow its parent's level again and releases it.
+    // Makes the branch at `path` follow its parent's level again and releases it. Takes the paths
+    // that get_child_logger takes and throws as it does.
     VTLOG_API void reset_child_log_level(std::string path);
 
     // Attaches a sink: records of this tree reach it from now on (once the source runs).
