@@ -43,7 +43,8 @@ struct logger_source::data : std::enable_shared_from_this<logger_source::data> {
     // Creates the root, the process-wide Boost.Log set-up on first use, and marks the tree as
     // enqueueing. Called before the data is shared.
     void make_root();
-    // Replays `queue` through the level filter and switches to running.
+    // Replays `queue` through the level filter and switches to running, in a time bounded by
+    // what is held when it is called, however fast other threads log.
     void run();
     // Switches to finished, strips every marker and releases the tree; held records are dropped.
     void finish();

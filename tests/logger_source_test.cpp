@@ -287,4 +287,65 @@ TEST(LoggerSourceReentry, TextLoggingElsewhereRacesSinkChanges)
     });
 }
 
+// One thread logs without pause across start_logging, faster than the replay writes (each
+// record goes to several sinks). The call returns all the same, and every message is written
+// once and in order (or reports the overlap instead).
+TEST(LoggerSourceRace, StartReturnsWhileAnotherThreadKeepsLogging)
+{
+    v2::logger_source source;
+    capture_sink sink;
+    std::vector<capture_sink> slow_down;
+    for (int i = 0; i < 32; ++i) {
+        slow_down.emplace_back("extra sink " + std::to_string(i));
+        source.add_sink(slow_down.back().handle);
+    }
+    source.add_sink(sink.handle);
+    auto l = source.get_child_logger("busy");
+    std::atomic<bool> started{false};
+    std::atomic<int> logged{0};
+    bool outlasted_guard = false;
+    std::vector<int> overlapped;
+    std::thread writer([&] {
+        auto const guard = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        for (int k = 0; !started.load(); ++k) {
+            if (std::chrono::steady_clock::now() > guard) {
+                outlasted_guard = true;
+                break;
+            }
+            try {
+                v2::log_str(l, level(0), std::to_string(k));
+            } catch (std::invalid_argument const&) {
+                overlapped.push_back(k);
+            }
+            logged.store(k + 1);
+        }
+    });
+    while (logged.load() < 1000) {
+        std::this_thread::yield();
+    }
+    auto const start_began = std::chrono::steady_clock::now();
+    source.start_logging(level(0));
+    started = true;
+    RecordProperty("start_logging_us",
+                   static_cast<int>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                        std::chrono::steady_clock::now() - start_began)
+                                        .count()));
+    writer.join();
+    EXPECT_FALSE(outlasted_guard) << "start_logging returned only once the writer gave up";
+
+    std::vector<int> written;
+    for (auto const& line : sink.lines()) {
+        int k = 0;
+        ASSERT_EQ(std::sscanf(line.c_str(), "[busy] %d", &k), 1) << line;
+        written.push_back(k);
+    }
+    ASSERT_TRUE(std::is_sorted(written.begin(), written.end()));
+    written.insert(written.end(), overlapped.begin(), overlapped.end());
+    std::sort(written.begin(), written.end());
+    ASSERT_EQ(written.size(), std::size_t(logged.load()));
+    for (int k = 0; k < logged.load(); ++k) {
+        ASSERT_EQ(written[k], k);
+    }
+}
+
 } // namespace

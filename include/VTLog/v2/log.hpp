@@ -280,8 +280,12 @@ public:
     VTLOG_API std::shared_ptr<data> get_data();
 
     // Sets the root level, replays the held messages through the level filter into the attached
-    // sinks, and switches to running. Throws std::invalid_argument when called a second time
-    // (after the root level has been changed), and propagates exceptions of sinks.
+    // sinks, and switches to running. Messages logged meanwhile on other threads are written
+    // once each and in order per thread; the call returns in a time set by what is held when it
+    // begins, however fast other threads log, because at the end those threads wait for it.
+    // A sink must therefore not log through this source while it starts. Throws
+    // std::invalid_argument when called a second time (after the root level has been changed),
+    // and propagates exceptions of sinks.
     VTLOG_API void start_logging(log_level level);
 
     // The logger at the dotted `path`, created on first use. Leading, trailing and repeated dots
