@@ -97,14 +97,14 @@ void logger_source::data::run()
     auto const& names = impl::record_names::get();
     auto previous_batch = std::numeric_limits<std::size_t>::max();
     while (!queue.empty()) {
-        std::vector<boost::log::attribute_value_set> batch;
+        std::vector<held_record> batch;
         batch.swap(queue);
         bool const catching_up = batch.size() <= previous_batch / 2;
         previous_batch = batch.size();
         if (catching_up) {
             lock.unlock();
         }
-        for (auto& values : batch) {
+        for (auto& [node_owner, values] : batch) {
             auto const logger_data_ptr_ptr =
                 boost::log::extract<logger::data*>(names.logger_data_ptr, values);
             VT_ASSERT(logger_data_ptr_ptr);

@@ -35,6 +35,14 @@ struct logger_source::data : std::enable_shared_from_this<logger_source::data> {
         std::string_view text;
     };
 
+    // A record held until the source starts. It owns its node, and with it the node's domain
+    // and this source; the values themselves refer to no object of the library, so a record
+    // written later through a sink of another thread keeps nothing of the library alive.
+    struct held_record {
+        std::shared_ptr<v2::logger::data> node;
+        boost::log::attribute_value_set values;
+    };
+
     data();
     ~data();
     data(data const&) = delete;
@@ -62,7 +70,7 @@ struct logger_source::data : std::enable_shared_from_this<logger_source::data> {
     std::shared_ptr<logger::data> root;
     std::mutex mutex; // guards queue, pinned_children, sinks and every change of `current`
     std::atomic<state> current{state::enqueueing};
-    std::vector<boost::log::attribute_value_set> queue;
+    std::vector<held_record> queue;
     std::unordered_map<std::string, std::shared_ptr<logger::data>> pinned_children;
     std::unordered_set<std::shared_ptr<sink::base>> sinks;
 };

@@ -36,6 +36,21 @@ private:
     Storage* const s_;
 };
 
+// Gives every record the same value; the value decides what it becomes when a record leaves
+// the logging thread.
+class fixed_value_attribute : public boost::log::attribute::impl {
+public:
+    explicit fixed_value_attribute(boost::log::attribute_value value)
+        : value_(std::move(value))
+    {
+    }
+
+    boost::log::attribute_value get_value() override { return value_; }
+
+private:
+    boost::log::attribute_value const value_;
+};
+
 template <boost::log::attribute_value message_data<char>::*Member>
 boost::log::attribute thread_local_attribute(message_storage* slot)
 {
@@ -116,11 +131,13 @@ logger::data::data(std::shared_ptr<data> parent_node, std::string_view child_nam
 {
     auto const& names = impl::record_names::get();
     auto& attributes = source_logger.attributes_before_sharing();
+    // Neither value owns the node: a record that a sink writes on another thread takes a copy
+    // of the domain, and a held record is owned by its node separately.
+    attributes.insert(names.logger_data_ptr, boost::log::attributes::constant<logger::data*>(this));
     attributes.insert(
-        names.logger_data_ptr,
-        boost::log::attribute(new impl::shared_from_this_attribute_value<logger::data>(this)));
-    attributes.insert(names.channel,
-                      boost::log::attributes::constant<std::string_view>(std::string_view(domain)));
+        names.channel,
+        boost::log::attribute(new impl::fixed_value_attribute(boost::log::attribute_value(
+            new impl::string_view_attribute_value<char>(std::string_view(domain))))));
     attributes.insert(names.source_data_ptr,
                       boost::log::attributes::constant<logger_source::data*>(source.get()));
     source_logger.set_up_attributes_unlocked();

@@ -22,9 +22,9 @@ namespace {
 using state = logger_source::data::state;
 
 // Holds the records of enqueueing sources: it takes every record that carries the
-// "enqueueing sink" marker and appends it, minus its transient attributes, to its source's
-// queue. A record that arrives after its source switched to running is handed back to its
-// logging thread to be redone.
+// "enqueueing sink" marker and appends it, minus its transient attributes and owned by its node,
+// to its source's queue. A record that arrives after its source switched to running is handed back
+// to its logging thread to be redone.
 class queueing_sink : public boost::log::sinks::sink {
 public:
     queueing_sink()
@@ -81,12 +81,22 @@ private:
             break;
         }
         case state::enqueueing:
-            logger_ptr->queue.push_back(remove_transient_attrs(r));
+            logger_ptr->queue.push_back(hold(r));
             break;
         default:
             AbortEnumOutOfRange(c);
         }
         return true;
+    }
+
+    // The record as it is held: owned by its node, which the logging thread keeps alive while
+    // the record is consumed here, and without its transient attributes.
+    static logger_source::data::held_record hold(boost::log::record_view const& r)
+    {
+        auto const node = boost::log::extract<logger::data*>(
+            impl::record_names::get().logger_data_ptr, r.attribute_values());
+        VT_ASSERT(node);
+        return {(*node)->shared_from_this(), remove_transient_attrs(r)};
     }
 
     static boost::log::attribute_value_set remove_transient_attrs(boost::log::record_view const& r)

@@ -5,10 +5,12 @@
 #include "logger_tree.hpp"
 
 #include <boost/log/core/core.hpp>
+#include <boost/log/sinks/async_frontend.hpp>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <future>
 #include <optional>
 
 namespace {
@@ -346,6 +348,75 @@ TEST(LoggerSourceRace, StartReturnsWhileAnotherThreadKeepsLogging)
     for (int k = 0; k < logged.load(); ++k) {
         ASSERT_EQ(written[k], k);
     }
+}
+
+// What the test sees of a caller's asynchronous sink.
+struct async_sink_observations {
+    std::atomic<bool> consuming{false};
+    Strings lines; // written by the feeding thread, read once the back end is destroyed
+    std::promise<void> destroyed;
+};
+
+// The back end of a caller's asynchronous sink. It holds its first record until the sink handle
+// is named by the test alone, so the records it still holds outlive the source and its loggers.
+class holding_backend
+    : public boost::log::sinks::basic_sink_backend<boost::log::sinks::concurrent_feeding> {
+public:
+    explicit holding_backend(async_sink_observations& seen)
+        : seen_(seen)
+    {
+    }
+    ~holding_backend() { seen_.destroyed.set_value(); }
+
+    void consume(boost::log::record_view const& record)
+    {
+        seen_.consuming = true;
+        while (handle.lock().use_count() > 2) { // the test's and this temporary one
+            std::this_thread::yield();
+        }
+        auto const& values = record.attribute_values();
+        seen_.lines.push_back(
+            std::string(*boost::log::extract<std::string_view>("Channel", values)) + " " +
+            std::string(*boost::log::extract<std::string_view>("ggmessage", values)));
+    }
+
+    std::weak_ptr<v2::sink::base> handle;
+
+private:
+    async_sink_observations& seen_;
+};
+
+// A caller's asynchronous sink still holds records when the source and its loggers are gone;
+// its feeding thread never ends up waiting for itself, and the held record keeps its channel.
+TEST(LoggerSourceLifetime, AsynchronousSinkHoldingRecordsOutlivesTheSource)
+{
+    expect_completes_in_child(30, [] {
+        async_sink_observations seen;
+        auto backend = boost::make_shared<holding_backend>(seen);
+        auto handle = std::make_shared<v2::sink::base>(
+            boost::log::attribute_name("async sink"),
+            boost::make_shared<boost::log::sinks::asynchronous_sink<holding_backend>>(backend));
+        backend->handle = handle;
+        backend.reset();
+        {
+            v2::logger_source source;
+            source.add_sink(handle);
+            source.start_logging(level(0));
+            auto l = source.get_child_logger("async");
+            for (auto text : {"first", "second", "third"}) {
+                v2::log_str(l, level(0), text);
+            }
+        }
+        while (!seen.consuming) {
+            std::this_thread::yield();
+        }
+        handle.reset();
+        ASSERT_EQ(seen.destroyed.get_future().wait_for(std::chrono::seconds(10)),
+                  std::future_status::ready)
+            << "the asynchronous sink was never destroyed";
+        ASSERT_FALSE(seen.lines.empty());
+        EXPECT_EQ(seen.lines.front(), "async first");
+    });
 }
 
 } // namespace
