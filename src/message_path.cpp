@@ -33,11 +33,12 @@ public:
     {
     }
 
+    // Never destroyed: it stays registered with the core while the process exits.
     static boost::shared_ptr<queueing_sink> const& get()
     {
-        static boost::shared_ptr<queueing_sink> const instance =
-            boost::make_shared<queueing_sink>();
-        return instance;
+        static auto const* const instance =
+            new boost::shared_ptr<queueing_sink>(boost::make_shared<queueing_sink>());
+        return *instance;
     }
 
     bool will_consume(boost::log::attribute_value_set const& values) override
