@@ -6,6 +6,8 @@
 
 #include <boost/log/core/core.hpp>
 #include <boost/log/sinks/async_frontend.hpp>
+#include <boost/log/sinks/block_on_overflow.hpp>
+#include <boost/log/sinks/bounded_fifo_queue.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -395,7 +397,10 @@ TEST(LoggerSourceLifetime, AsynchronousSinkHoldingRecordsOutlivesTheSource)
         auto backend = boost::make_shared<holding_backend>(seen);
         auto handle = std::make_shared<v2::sink::base>(
             boost::log::attribute_name("async sink"),
-            boost::make_shared<boost::log::sinks::asynchronous_sink<holding_backend>>(backend));
+            boost::make_shared<boost::log::sinks::asynchronous_sink<
+                holding_backend,
+                boost::log::sinks::bounded_fifo_queue<16, boost::log::sinks::block_on_overflow>>>(
+                backend));
         backend->handle = handle;
         backend.reset();
         {
