@@ -44,9 +44,12 @@
 //                                   cannot format does not compile.
 //   logger::get_child_logger        std::invalid_argument for a path of dots only
 //                                   ("make_or_get_descendant Assertion !child_name.empty()
-//                                   failed.") or one above the maximum domain depth
+//                                   failed.") or one that would give the domain more than
+//                                   max_domain_depth components ("the domain would have <n>
+//                                   components, more than max_domain_depth (32)"); nothing is
+//                                   created
 //   logger_source::get_child_logger std::invalid_argument for an empty path as well, with the
-//   set_child_log_level,            same text, and above the maximum domain depth
+//   set_child_log_level,            same texts
 //   reset_child_log_level
 //   logger_source::start_logging    std::invalid_argument on a second call ("run Assertion
 //                                   c == state::enqueueing failed.", the root level already
