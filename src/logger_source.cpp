@@ -104,6 +104,7 @@ void logger_source::data::run()
         if (catching_up) {
             lock.unlock();
         }
+        // `node_owner` keeps the node alive until the batch is released, after its record.
         for (auto& [node_owner, values] : batch) {
             auto const logger_data_ptr_ptr =
                 boost::log::extract<logger::data*>(names.logger_data_ptr, values);

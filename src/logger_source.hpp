@@ -36,8 +36,8 @@ struct logger_source::data : std::enable_shared_from_this<logger_source::data> {
     };
 
     // A record held until the source starts. It owns its node, and with it the node's domain
-    // and this source; the values themselves refer to no object of the library, so a record
-    // written later through a sink of another thread keeps nothing of the library alive.
+    // and this source; the values themselves own no object of the library, so a record that a
+    // sink writes later on a thread of its own keeps nothing of the library alive.
     struct held_record {
         std::shared_ptr<v2::logger::data> node;
         boost::log::attribute_value_set values;
