@@ -1,5 +1,5 @@
-// Attribute values that carry text and node pointers into records without copying on the
-// logging thread; they make their owned copies only when a record leaves that thread.
+// Attribute values that carry text into records without copying on the logging thread; they make
+// their owned copies only when a record leaves that thread.
 #pragma once
 
 #include <boost/intrusive_ptr.hpp>
@@ -8,7 +8,6 @@
 #include <boost/log/utility/type_dispatch/type_dispatcher.hpp>
 #include <boost/type_index.hpp>
 
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -59,55 +58,6 @@ public:
     boost::intrusive_ptr<boost::log::attribute_value::impl> detach_from_thread() override
     {
         return new string_attribute_value<CharT>(std::basic_string<CharT>(this->get()));
-    }
-};
-
-// A strong reference to a node: the detached form of shared_from_this_attribute_value.
-// Offered as std::shared_ptr<T> first, then as T*.
-template <class T>
-class shared_ptr_attribute_value : public boost::log::attribute_value::impl {
-public:
-    explicit shared_ptr_attribute_value(std::shared_ptr<T> owner)
-        : owner_(std::move(owner))
-        , pointer_(owner_.get())
-    {
-    }
-
-    bool dispatch(boost::log::type_dispatcher& dispatcher) override
-    {
-        if (auto as_shared = dispatcher.get_callback<std::shared_ptr<T>>()) {
-            as_shared(owner_);
-            return true;
-        }
-        if (auto as_raw = dispatcher.get_callback<T*>()) {
-            as_raw(pointer_);
-            return true;
-        }
-        return false;
-    }
-
-    boost::typeindex::type_index get_type() const override
-    {
-        return boost::typeindex::type_id<T*>();
-    }
-
-private:
-    std::shared_ptr<T> const owner_;
-    T* const pointer_;
-};
-
-// A raw pointer to an object owned by std::shared_ptr, serving as both attribute and value.
-// Records made on the logging thread pay no reference count; detaching takes a strong reference,
-// so a held record keeps its node alive. Detaching throws std::bad_weak_ptr if the object is
-// no longer owned.
-template <class T>
-class shared_from_this_attribute_value : public boost::log::attributes::attribute_value_impl<T*> {
-public:
-    using boost::log::attributes::attribute_value_impl<T*>::attribute_value_impl;
-
-    boost::intrusive_ptr<boost::log::attribute_value::impl> detach_from_thread() override
-    {
-        return new shared_ptr_attribute_value<T>(this->get()->shared_from_this());
     }
 };
 

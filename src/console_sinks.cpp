@@ -49,18 +49,20 @@ boost::shared_ptr<boost::log::sinks::sink> get_ostream_frontend(std::ostream& st
 
 } // namespace
 
+// Both handles are never destroyed (like the streams they write to), so a thread that logs or
+// asks for them while the process exits never meets a destroyed one.
 std::shared_ptr<base> get_stdout()
 {
-    static std::shared_ptr<base> const handle = std::make_shared<base>(
-        boost::log::attribute_name("stdout sink"), get_ostream_frontend(std::cout));
-    return handle;
+    static auto const* const handle = new std::shared_ptr<base>(std::make_shared<base>(
+        boost::log::attribute_name("stdout sink"), get_ostream_frontend(std::cout)));
+    return *handle;
 }
 
 std::shared_ptr<base> get_stderr()
 {
-    static std::shared_ptr<base> const handle = std::make_shared<base>(
-        boost::log::attribute_name("stderr sink"), get_ostream_frontend(std::cerr));
-    return handle;
+    static auto const* const handle = new std::shared_ptr<base>(std::make_shared<base>(
+        boost::log::attribute_name("stderr sink"), get_ostream_frontend(std::cerr)));
+    return *handle;
 }
 
 } // namespace VT::Logging::v2::sink

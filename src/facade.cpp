@@ -16,11 +16,23 @@
 namespace VT::Logging {
 namespace {
 
-// Both are constant-initialised, so they exist before any code runs and are destroyed in
-// reverse order at exit: the directory sink reference first, then the source, whose finish
-// strips every marker so nothing is written once it is gone.
-v2::logger_source logger_source;
-std::shared_ptr<v2::sink::base> directory_logger;
+// The process-wide state. It is constant-initialised, so it exists before any code runs, and
+// it is never destroyed, so a thread that still logs or asks for a logger while the process
+// exits finds it working.
+union process_state {
+    struct members {
+        v2::logger_source source;
+        std::shared_ptr<v2::sink::base> directory_logger;
+    } members;
+    constexpr process_state()
+        : members()
+    {
+    }
+    ~process_state() {}
+};
+process_state state;
+v2::logger_source& logger_source = state.members.source;
+std::shared_ptr<v2::sink::base>& directory_logger = state.members.directory_logger;
 
 void start_logging_(LogConfig const& config)
 {

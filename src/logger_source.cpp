@@ -12,6 +12,8 @@
 #include <boost/log/core/core.hpp>
 #include <boost/log/utility/setup/common_attributes.hpp>
 
+#include <limits>
+
 namespace VT::Logging::v2 {
 namespace {
 
@@ -79,7 +81,6 @@ void logger_source::start_logging(log_level level)
 
 void logger_source::data::run()
 {
-    auto const& names = impl::record_names::get();
     std::unique_lock<std::mutex> lock(mutex);
     state const c = current.load();
     VT_ASSERT(c == state::enqueueing);
@@ -87,13 +88,24 @@ void logger_source::data::run()
     boost::log::attribute_value const marker(
         new boost::log::attributes::attribute_value_impl<sink::is_sink>(sink::is_sink{}));
 
+    // Batches are replayed without the mutex while the backlog halves from one batch to the
+    // next, so loggers on other threads keep going: what they log meanwhile lands in the fresh
+    // queue. Once a batch is more than half the one before (others log about as fast as the
+    // sinks write), it is replayed with the mutex held, and new messages wait in the queueing
+    // sink until the switch to running. So the call replays at most twice what was held when it
+    // began, plus what was logged during its last unlocked batch.
+    auto const& names = impl::record_names::get();
+    auto previous_batch = std::numeric_limits<std::size_t>::max();
     while (!queue.empty()) {
-        // Replay without the mutex, so loggers on other threads keep going; what they log
-        // meanwhile lands in the fresh queue and is replayed with the next batch.
-        std::vector<boost::log::attribute_value_set> batch;
+        std::vector<held_record> batch;
         batch.swap(queue);
-        lock.unlock();
-        for (auto& values : batch) {
+        bool const catching_up = batch.size() <= previous_batch / 2;
+        previous_batch = batch.size();
+        if (catching_up) {
+            lock.unlock();
+        }
+        // `node_owner` keeps the node alive until the batch is released, after its record.
+        for (auto& [node_owner, values] : batch) {
             auto const logger_data_ptr_ptr =
                 boost::log::extract<logger::data*>(names.logger_data_ptr, values);
             VT_ASSERT(logger_data_ptr_ptr);
@@ -117,8 +129,10 @@ void logger_source::data::run()
             }
         }
         batch = {};
-        lock.lock();
-        VT_ASSERT(current.load() == state::enqueueing);
+        if (catching_up) {
+            lock.lock();
+            VT_ASSERT(current.load() == state::enqueueing);
+        }
     }
     current.exchange(state::running);
     remove_sink(names.enqueueing_sink);

@@ -35,6 +35,14 @@ struct logger_source::data : std::enable_shared_from_this<logger_source::data> {
         std::string_view text;
     };
 
+    // A record held until the source starts. It owns its node, and with it the node's domain
+    // and this source; the values themselves own no object of the library, so a record that a
+    // sink writes later on a thread of its own keeps nothing of the library alive.
+    struct held_record {
+        std::shared_ptr<v2::logger::data> node;
+        boost::log::attribute_value_set values;
+    };
+
     data();
     ~data();
     data(data const&) = delete;
@@ -43,12 +51,14 @@ struct logger_source::data : std::enable_shared_from_this<logger_source::data> {
     // Creates the root, the process-wide Boost.Log set-up on first use, and marks the tree as
     // enqueueing. Called before the data is shared.
     void make_root();
-    // Replays `queue` through the level filter and switches to running.
+    // Replays `queue` through the level filter and switches to running, in a time bounded by
+    // what is held when it is called, however fast other threads log.
     void run();
     // Switches to finished, strips every marker and releases the tree; held records are dropped.
     void finish();
 
     void add_log_message(message& m);
+    // Opens the record of a message whose text has been taken; empty if nothing takes it.
     boost::log::record make_record(message& m);
 
     // Marker walks over the whole tree; the caller holds `mutex` (or is building the data).
@@ -60,7 +70,7 @@ struct logger_source::data : std::enable_shared_from_this<logger_source::data> {
     std::shared_ptr<logger::data> root;
     std::mutex mutex; // guards queue, pinned_children, sinks and every change of `current`
     std::atomic<state> current{state::enqueueing};
-    std::vector<boost::log::attribute_value_set> queue;
+    std::vector<held_record> queue;
     std::unordered_map<std::string, std::shared_ptr<logger::data>> pinned_children;
     std::unordered_set<std::shared_ptr<sink::base>> sinks;
 };

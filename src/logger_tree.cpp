@@ -8,6 +8,10 @@
 
 #include <boost/log/attributes/constant.hpp>
 
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+
 namespace VT::Logging::v2 {
 namespace impl {
 namespace {
@@ -30,6 +34,21 @@ public:
 
 private:
     Storage* const s_;
+};
+
+// Gives every record the same value; the value decides what it becomes when a record leaves
+// the logging thread.
+class fixed_value_attribute : public boost::log::attribute::impl {
+public:
+    explicit fixed_value_attribute(boost::log::attribute_value value)
+        : value_(std::move(value))
+    {
+    }
+
+    boost::log::attribute_value get_value() override { return value_; }
+
+private:
+    boost::log::attribute_value const value_;
 };
 
 template <boost::log::attribute_value message_data<char>::*Member>
@@ -67,6 +86,17 @@ std::string_view last_component(std::string const& domain)
     return dot == std::string_view::npos ? view : view.substr(dot + 1);
 }
 
+// The number of non-empty components of a dotted path.
+std::size_t count_components(std::string_view path)
+{
+    std::size_t components = 0;
+    for (auto begin = path.find_first_not_of('.'); begin != std::string_view::npos;
+         begin = path.find_first_not_of('.', path.find('.', begin))) {
+        ++components;
+    }
+    return components;
+}
+
 } // namespace
 
 template <class BaseT>
@@ -84,6 +114,7 @@ void basic_vt_logger<BaseT>::set_up_attributes_unlocked()
 logger::data::data(std::shared_ptr<logger_source::data> source)
     : source(std::move(source))
     , level(log_level{0})
+    , depth(0)
     , level_inherited(false)
 {
     source_logger.set_up_attributes_unlocked();
@@ -95,15 +126,18 @@ logger::data::data(std::shared_ptr<data> parent_node, std::string_view child_nam
     , level(parent->level.load(std::memory_order_relaxed))
     , domain(impl::child_domain(parent->domain, child_name))
     , name(impl::last_component(domain))
+    , depth(parent->depth + 1)
     , level_inherited(true)
 {
     auto const& names = impl::record_names::get();
     auto& attributes = source_logger.attributes_before_sharing();
+    // Neither value owns the node: a record that a sink writes on another thread takes a copy
+    // of the domain, and a held record is owned by its node separately.
+    attributes.insert(names.logger_data_ptr, boost::log::attributes::constant<logger::data*>(this));
     attributes.insert(
-        names.logger_data_ptr,
-        boost::log::attribute(new impl::shared_from_this_attribute_value<logger::data>(this)));
-    attributes.insert(names.channel,
-                      boost::log::attributes::constant<std::string_view>(std::string_view(domain)));
+        names.channel,
+        boost::log::attribute(new impl::fixed_value_attribute(boost::log::attribute_value(
+            new impl::string_view_attribute_value<char>(std::string_view(domain))))));
     attributes.insert(names.source_data_ptr,
                       boost::log::attributes::constant<logger_source::data*>(source.get()));
     source_logger.set_up_attributes_unlocked();
@@ -122,27 +156,37 @@ logger::data::~data()
 
 std::shared_ptr<logger::data> logger::data::make_or_get_descendant(std::string_view path)
 {
-    auto const name_begin = std::min(path.find_first_not_of('.'), path.size());
-    auto const name_end = std::min(path.find('.', name_begin), path.size());
-    std::string_view const child_name = path.substr(name_begin, name_end - name_begin);
-    auto const rest_begin = std::min(path.find_first_not_of('.', name_end), path.size());
-    std::string_view const rest = path.substr(rest_begin);
-
-    std::shared_ptr<data> child;
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        VT_ASSERT(!child_name.empty());
-        std::weak_ptr<data>& entry = children[std::string(child_name)];
-        child = entry.lock();
-        // An entry that cannot be locked is a child being destroyed: it is replaced, and its
-        // destructor leaves the new entry alone.
-        if (!child) {
-            child = std::make_shared<data>(shared_from_this(), child_name);
-            VT_ASSERT(child);
-            entry = child;
-        }
+    auto const new_depth = depth + impl::count_components(path);
+    if (new_depth > max_domain_depth) {
+        throw std::invalid_argument("the domain would have " + std::to_string(new_depth) +
+                                    " components, more than max_domain_depth (" +
+                                    std::to_string(max_domain_depth) + ")");
     }
-    return rest.empty() ? child : child->make_or_get_descendant(rest);
+    std::shared_ptr<data> node = shared_from_this();
+    auto name_begin = std::min(path.find_first_not_of('.'), path.size());
+    do {
+        auto const name_end = std::min(path.find('.', name_begin), path.size());
+        std::string_view const child_name = path.substr(name_begin, name_end - name_begin);
+        VT_ASSERT(!child_name.empty());
+        node = node->make_or_get_child(child_name);
+        name_begin = path.find_first_not_of('.', name_end);
+    } while (name_begin != std::string_view::npos);
+    return node;
+}
+
+std::shared_ptr<logger::data> logger::data::make_or_get_child(std::string_view child_name)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    std::weak_ptr<data>& entry = children[std::string(child_name)];
+    std::shared_ptr<data> child = entry.lock();
+    // An entry that cannot be locked is a child being destroyed: it is replaced, and its
+    // destructor leaves the new entry alone.
+    if (!child) {
+        child = std::make_shared<data>(shared_from_this(), child_name);
+        VT_ASSERT(child);
+        entry = child;
+    }
+    return child;
 }
 
 void logger::data::forget_child(std::string_view child_name)
@@ -180,25 +224,22 @@ auto follow_level(log_level new_level)
 
 void logger::data::set_level(log_level new_level, bool inherited)
 {
-    std::vector<std::shared_ptr<data>> visited;
-    std::lock_guard<std::mutex> lock(mutex);
-    level_inherited = inherited;
-    level.store(new_level, std::memory_order_relaxed);
-    auto step = follow_level(new_level);
-    descendants_apply_locked(step, visited);
+    auto const follow = follow_level(new_level);
+    apply_to_subtree([&](data& node) {
+        if (&node != this) {
+            return follow(node);
+        }
+        level_inherited = inherited;
+        level.store(new_level, std::memory_order_relaxed);
+        return true;
+    });
 }
 
 void logger::data::reset_level()
 {
     VT_ASSERT(parent);
-    std::vector<std::shared_ptr<data>> visited;
     std::lock_guard<std::mutex> parent_lock(parent->mutex);
-    std::lock_guard<std::mutex> lock(mutex);
-    auto const parent_level = parent->level.load(std::memory_order_relaxed);
-    level_inherited = true;
-    level.store(parent_level, std::memory_order_relaxed);
-    auto step = follow_level(parent_level);
-    descendants_apply_locked(step, visited);
+    set_level(parent->level.load(std::memory_order_relaxed), true);
 }
 
 logger::logger(std::shared_ptr<data> node) noexcept

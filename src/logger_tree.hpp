@@ -131,7 +131,8 @@ struct logger::data : std::enable_shared_from_this<logger::data> {
     data& operator=(data const&) = delete;
 
     // The node at the dotted `path` below this one, created as needed; never null. Leading,
-    // trailing and repeated dots are ignored; an empty path, or one of dots only, throws.
+    // trailing and repeated dots are ignored; an empty path, or one of dots only, throws, and so
+    // does a path that would take the domain past max_domain_depth, before any node is made.
     std::shared_ptr<data> make_or_get_descendant(std::string_view path);
 
     // Adds a sink marker to this node's logger. The caller holds `mutex` and records the
@@ -146,7 +147,8 @@ struct logger::data : std::enable_shared_from_this<logger::data> {
 
     // Applies `step` to this node and to every live descendant, depth first, each one locked
     // while it and its subtree are processed. `step(node)` returns whether to descend into the
-    // node's children; the walk always descends from this node.
+    // node's children; the walk always descends from this node. The walk keeps its own stack of
+    // locked ancestors, so the depth of the tree costs no call stack.
     template <class Step>
     void apply_to_subtree(Step&& step);
 
@@ -156,6 +158,7 @@ struct logger::data : std::enable_shared_from_this<logger::data> {
     std::atomic<log_level> level; // written under `mutex`, read with a relaxed load
     std::string const domain;
     std::string_view const name; // the last component of `domain`, the key in the parent
+    std::size_t const depth;     // the number of components of `domain`; 0 for the root
     std::mutex mutex;
     bool level_inherited;
     std::unordered_map<std::string, std::weak_ptr<data>> children;
@@ -163,40 +166,46 @@ struct logger::data : std::enable_shared_from_this<logger::data> {
     impl::vt_logger source_logger;
 
 private:
+    // The child named `child_name` (one component), made if it does not exist.
+    std::shared_ptr<data> make_or_get_child(std::string_view child_name);
     void forget_child(std::string_view child_name);
-    // Recursion of apply_to_subtree. Strong references taken on the way are parked in `visited`
-    // and dropped by the caller after every lock is released: dropping the last one here would
-    // run a child's destructor, which locks this node's mutex again.
-    template <class Step>
-    void descendants_apply_locked(Step& step, std::vector<std::shared_ptr<data>>& visited);
 };
 
 template <class Step>
 void logger::data::apply_to_subtree(Step&& step)
 {
+    // Strong references taken on the way are dropped after every lock is released: dropping the
+    // last one under a lock would run a child's destructor, which locks its parent again.
     std::vector<std::shared_ptr<data>> visited;
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        step(*this);
-        descendants_apply_locked(step, visited);
-    }
-}
-
-template <class Step>
-void logger::data::descendants_apply_locked(Step& step, std::vector<std::shared_ptr<data>>& visited)
-{
-    for (auto const& entry : children) {
-        // An entry that cannot be locked belongs to a child whose destructor is waiting for our
+    struct locked_node {
+        data& node;
+        std::unique_lock<std::mutex> lock;
+        decltype(children)::iterator next_child;
+    };
+    // The chain of locked nodes from this one down to the node whose children are being walked.
+    std::vector<locked_node> chain;
+    chain.push_back({*this, std::unique_lock<std::mutex>(mutex), children.end()});
+    step(*this);
+    chain.back().next_child = children.begin();
+    while (!chain.empty()) {
+        locked_node& current = chain.back();
+        if (current.next_child == current.node.children.end()) {
+            chain.pop_back();
+            continue;
+        }
+        // An entry that cannot be locked belongs to a child whose destructor is waiting for this
         // mutex to erase it; it needs no update.
-        std::shared_ptr<data> child = entry.second.lock();
+        std::shared_ptr<data> child = (current.next_child++)->second.lock();
         if (!child) {
             continue;
         }
-        std::lock_guard<std::mutex> lock(child->mutex);
-        if (step(*child)) {
-            child->descendants_apply_locked(step, visited);
-        }
+        std::unique_lock<std::mutex> child_lock(child->mutex);
+        bool const descend = step(*child);
+        data& child_node = *child;
         visited.push_back(std::move(child));
+        if (descend) {
+            chain.push_back({child_node, std::move(child_lock), child_node.children.begin()});
+        }
     }
 }
 

@@ -22,9 +22,9 @@ namespace {
 using state = logger_source::data::state;
 
 // Holds the records of enqueueing sources: it takes every record that carries the
-// "enqueueing sink" marker and appends it, minus its transient attributes, to its source's
-// queue. A record that arrives after its source switched to running is handed back to its
-// logging thread to be redone.
+// "enqueueing sink" marker and appends it, minus its transient attributes and owned by its node,
+// to its source's queue. A record that arrives after its source switched to running is handed back
+// to its logging thread to be redone.
 class queueing_sink : public boost::log::sinks::sink {
 public:
     queueing_sink()
@@ -33,11 +33,12 @@ public:
     {
     }
 
+    // Never destroyed: it stays registered with the core while the process exits.
     static boost::shared_ptr<queueing_sink> const& get()
     {
-        static boost::shared_ptr<queueing_sink> const instance =
-            boost::make_shared<queueing_sink>();
-        return instance;
+        static auto const* const instance =
+            new boost::shared_ptr<queueing_sink>(boost::make_shared<queueing_sink>());
+        return *instance;
     }
 
     bool will_consume(boost::log::attribute_value_set const& values) override
@@ -81,12 +82,22 @@ private:
             break;
         }
         case state::enqueueing:
-            logger_ptr->queue.push_back(remove_transient_attrs(r));
+            logger_ptr->queue.push_back(hold(r));
             break;
         default:
             AbortEnumOutOfRange(c);
         }
         return true;
+    }
+
+    // The record as it is held: owned by its node, which the logging thread keeps alive while
+    // the record is consumed here, and without its transient attributes.
+    static logger_source::data::held_record hold(boost::log::record_view const& r)
+    {
+        auto const node = boost::log::extract<logger::data*>(
+            impl::record_names::get().logger_data_ptr, r.attribute_values());
+        VT_ASSERT(node);
+        return {(*node)->shared_from_this(), remove_transient_attrs(r)};
     }
 
     static boost::log::attribute_value_set remove_transient_attrs(boost::log::record_view const& r)
@@ -123,6 +134,16 @@ std::string_view trim(std::string_view text)
                        static_cast<std::size_t>(end - begin));
 }
 
+// Asks for the text the first time, with no lock of the library held, so that the text function
+// may look up loggers and log itself. False when the text is blank: nothing is to be logged.
+bool take_text(logger_source::data::message& m)
+{
+    if (m.text.empty()) {
+        m.text = trim(m.function->get_str());
+    }
+    return !m.text.empty();
+}
+
 class constant_logger final : public log_function_ref {
 public:
     explicit constant_logger(std::string_view text)
@@ -148,12 +169,6 @@ boost::shared_ptr<boost::log::sinks::sink> queueing_sink_instance()
 
 boost::log::record logger_source::data::make_record(message& m)
 {
-    if (m.text.empty()) {
-        m.text = trim(m.function->get_str());
-        if (m.text.empty()) {
-            return {};
-        }
-    }
     boost::log::attribute_value level_value(
         new boost::log::attributes::attribute_value_impl<log_level>(m.level));
     boost::log::attribute_value message_value(new impl::string_view_attribute_value<char>(m.text));
@@ -170,7 +185,7 @@ void logger_source::data::add_log_message(message& m)
     for (;;) {
         switch (auto const c = current.load()) {
         case state::running:
-            if (m.level < node.level.load(std::memory_order_relaxed)) {
+            if (m.level < node.level.load(std::memory_order_relaxed) || !take_text(m)) {
                 return;
             }
             if (auto record = make_record(m)) {
@@ -185,8 +200,12 @@ void logger_source::data::add_log_message(message& m)
             AbortEnumOutOfRange(c);
         }
 
-        // Enqueueing: the node's mutex keeps the record's markers and its transient list in
+        // Enqueueing: the text is taken first, whatever the level (the level is tested at
+        // replay). Then the node's mutex keeps the record's markers and its transient list in
         // agreement, and the second state test closes the race with `run`.
+        if (!take_text(m)) {
+            return;
+        }
         std::unique_lock<std::mutex> node_lock(node.mutex);
         if (current.load() != state::enqueueing) {
             continue;

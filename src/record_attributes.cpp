@@ -103,10 +103,11 @@ public:
 };
 
 // The calling thread's name, created empty on the thread's first use and deleted when the
-// thread ends. Only its own thread touches it, so it needs no lock.
+// thread ends. Only its own thread touches it, so it needs no lock. The slot is never destroyed,
+// so threads that log while the process exits still find it.
 std::string& thread_name()
 {
-    static boost::thread_specific_ptr<std::string> names;
+    static auto& names = *new boost::thread_specific_ptr<std::string>();
     if (!names.get()) {
         names.reset(new std::string());
     }

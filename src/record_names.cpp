@@ -4,7 +4,12 @@
 #include <boost/log/attributes/attribute_name.hpp>
 #include <boost/log/detail/default_attribute_names.hpp>
 
+#include <type_traits>
+
 namespace VT::Logging::v2::impl {
+
+// Nothing to destroy at exit: records made while the process exits still find their names.
+static_assert(std::is_trivially_destructible_v<record_names>);
 
 record_names const& record_names::get()
 {

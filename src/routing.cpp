@@ -4,10 +4,15 @@
 #include "logger_source.hpp"
 #include "logger_tree.hpp"
 
+#include <stdexcept>
+
 namespace VT::Logging::v2 {
 
 bool logger_source::add_sink(std::shared_ptr<sink::base> sink)
 {
+    if (!sink) {
+        throw std::invalid_argument("logger_source::add_sink: the sink is null");
+    }
     auto d = get_data();
     std::lock_guard<std::mutex> lock(d->mutex);
     d->add_sink(sink->name);
@@ -16,6 +21,9 @@ bool logger_source::add_sink(std::shared_ptr<sink::base> sink)
 
 bool logger_source::remove_sink(std::shared_ptr<sink::base> sink)
 {
+    if (!sink) {
+        throw std::invalid_argument("logger_source::remove_sink: the sink is null");
+    }
     auto d = get_data();
     std::lock_guard<std::mutex> lock(d->mutex);
     d->remove_sink(sink->name);

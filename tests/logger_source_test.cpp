@@ -5,10 +5,14 @@
 #include "logger_tree.hpp"
 
 #include <boost/log/core/core.hpp>
+#include <boost/log/sinks/async_frontend.hpp>
+#include <boost/log/sinks/block_on_overflow.hpp>
+#include <boost/log/sinks/bounded_fifo_queue.hpp>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <future>
 #include <optional>
 
 namespace {
@@ -226,6 +230,198 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
     }
     RecordProperty("rounds", rounds);
     RecordProperty("overlaps", overlaps);
+}
+
+// A text function may use the library: look up loggers of its own source and log through any
+// logger, its own included, whether the source is holding or running.
+TEST(LoggerSourceReentry, TextFunctionsMayLookUpLoggersAndLog)
+{
+    expect_completes_in_child(30, [] {
+        for (bool started : {false, true}) {
+            v2::logger_source source;
+            capture_sink sink;
+            source.add_sink(sink.handle);
+            if (started) {
+                source.start_logging(level(0));
+            }
+            auto net = source.get_child_logger("Net");
+            net.log(level(1), v2::lazy_text([&] {
+                        v2::log_str(source.get_child_logger("Net.Curl"), level(1), "looked up");
+                        v2::log_str(net.get_child_logger("Tls"), level(1), "child");
+                        v2::log_str(net, level(1), "same logger");
+                        return "outer";
+                    }));
+            if (!started) {
+                source.start_logging(level(0));
+            }
+            EXPECT_EQ(sink.lines(), (Strings{"[Net.Curl] looked up", "[Net.Tls] child",
+                                             "[Net] same logger", "[Net] outer"}))
+                << (started ? "running" : "held");
+        }
+    });
+}
+
+// A text that logs through another logger of its source, while another thread attaches and
+// detaches a sink: the walk of the tree and the held message must not wait for each other.
+TEST(LoggerSourceReentry, TextLoggingElsewhereRacesSinkChanges)
+{
+    expect_completes_in_child(60, [] {
+        constexpr int rounds = 2000;
+        v2::logger_source source;
+        capture_sink sink;
+        auto net = source.get_child_logger("Net");
+        auto db = source.get_child_logger("Db");
+        start_line start(2);
+        std::thread writer([&] {
+            start.arrive_and_wait();
+            for (int i = 0; i < rounds; ++i) {
+                net.log(level(0), v2::lazy_text([&] {
+                            v2::log_str(db, level(0), "inner");
+                            return "outer";
+                        }));
+            }
+        });
+        start.arrive_and_wait();
+        for (int i = 0; i < rounds; ++i) {
+            source.add_sink(sink.handle);
+            source.remove_sink(sink.handle);
+        }
+        writer.join();
+        EXPECT_EQ(source.get_data()->queue.size(), std::size_t(2 * rounds));
+    });
+}
+
+// One thread logs without pause across start_logging, faster than the replay writes (each
+// record goes to several sinks). The call returns all the same, and every message is written
+// once and in order (or reports the overlap instead).
+TEST(LoggerSourceRace, StartReturnsWhileAnotherThreadKeepsLogging)
+{
+    v2::logger_source source;
+    capture_sink sink;
+    std::vector<capture_sink> slow_down;
+    for (int i = 0; i < 32; ++i) {
+        slow_down.emplace_back("extra sink " + std::to_string(i));
+        source.add_sink(slow_down.back().handle);
+    }
+    source.add_sink(sink.handle);
+    auto l = source.get_child_logger("busy");
+    std::atomic<bool> started{false};
+    std::atomic<int> logged{0};
+    bool outlasted_guard = false;
+    std::vector<int> overlapped;
+    std::thread writer([&] {
+        auto const guard = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        for (int k = 0; !started.load(); ++k) {
+            if (std::chrono::steady_clock::now() > guard) {
+                outlasted_guard = true;
+                break;
+            }
+            try {
+                v2::log_str(l, level(0), std::to_string(k));
+            } catch (std::invalid_argument const&) {
+                overlapped.push_back(k);
+            }
+            logged.store(k + 1);
+        }
+    });
+    while (logged.load() < 1000) {
+        std::this_thread::yield();
+    }
+    auto const start_began = std::chrono::steady_clock::now();
+    source.start_logging(level(0));
+    started = true;
+    RecordProperty("start_logging_us",
+                   static_cast<int>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                        std::chrono::steady_clock::now() - start_began)
+                                        .count()));
+    writer.join();
+    EXPECT_FALSE(outlasted_guard) << "start_logging returned only once the writer gave up";
+
+    std::vector<int> written;
+    for (auto const& line : sink.lines()) {
+        int k = 0;
+        ASSERT_EQ(std::sscanf(line.c_str(), "[busy] %d", &k), 1) << line;
+        written.push_back(k);
+    }
+    ASSERT_TRUE(std::is_sorted(written.begin(), written.end()));
+    written.insert(written.end(), overlapped.begin(), overlapped.end());
+    std::sort(written.begin(), written.end());
+    ASSERT_EQ(written.size(), std::size_t(logged.load()));
+    for (int k = 0; k < logged.load(); ++k) {
+        ASSERT_EQ(written[k], k);
+    }
+}
+
+// What the test sees of a caller's asynchronous sink.
+struct async_sink_observations {
+    std::atomic<bool> consuming{false};
+    Strings lines; // written by the feeding thread, read once the back end is destroyed
+    std::promise<void> destroyed;
+};
+
+// The back end of a caller's asynchronous sink. It holds its first record until the sink handle
+// is named by the test alone, so the records it still holds outlive the source and its loggers.
+class holding_backend
+    : public boost::log::sinks::basic_sink_backend<boost::log::sinks::concurrent_feeding> {
+public:
+    explicit holding_backend(async_sink_observations& seen)
+        : seen_(seen)
+    {
+    }
+    ~holding_backend() { seen_.destroyed.set_value(); }
+
+    void consume(boost::log::record_view const& record)
+    {
+        seen_.consuming = true;
+        while (handle.lock().use_count() > 2) { // the test's and this temporary one
+            std::this_thread::yield();
+        }
+        auto const& values = record.attribute_values();
+        seen_.lines.push_back(
+            std::string(*boost::log::extract<std::string_view>("Channel", values)) + " " +
+            std::string(*boost::log::extract<std::string_view>("ggmessage", values)));
+    }
+
+    std::weak_ptr<v2::sink::base> handle;
+
+private:
+    async_sink_observations& seen_;
+};
+
+// A caller's asynchronous sink still holds records when the source and its loggers are gone;
+// its feeding thread never ends up waiting for itself, and the held record keeps its channel.
+TEST(LoggerSourceLifetime, AsynchronousSinkHoldingRecordsOutlivesTheSource)
+{
+    expect_completes_in_child(30, [] {
+        async_sink_observations seen;
+        auto backend = boost::make_shared<holding_backend>(seen);
+        auto handle = std::make_shared<v2::sink::base>(
+            boost::log::attribute_name("async sink"),
+            boost::make_shared<boost::log::sinks::asynchronous_sink<
+                holding_backend,
+                boost::log::sinks::bounded_fifo_queue<16, boost::log::sinks::block_on_overflow>>>(
+                backend));
+        backend->handle = handle;
+        backend.reset();
+        {
+            v2::logger_source source;
+            source.add_sink(handle);
+            source.start_logging(level(0));
+            auto l = source.get_child_logger("async");
+            for (auto text : {"first", "second", "third"}) {
+                v2::log_str(l, level(0), text);
+            }
+        }
+        while (!seen.consuming) {
+            std::this_thread::yield();
+        }
+        handle.reset();
+        ASSERT_EQ(seen.destroyed.get_future().wait_for(std::chrono::seconds(10)),
+                  std::future_status::ready)
+            << "the asynchronous sink was never destroyed";
+        ASSERT_FALSE(seen.lines.empty());
+        EXPECT_EQ(seen.lines.front(), "async first");
+    });
 }
 
 } // namespace

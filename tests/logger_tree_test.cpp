@@ -4,6 +4,8 @@
 #include "logger_source.hpp"
 #include "logger_tree.hpp"
 
+#include <boost/thread/thread.hpp>
+
 #include <set>
 
 namespace {
@@ -45,6 +47,56 @@ TEST(LoggerTreeDeathTest, NullNodeTerminates)
 {
     EXPECT_DEATH(v2::logger(std::shared_ptr<v2::logger::data>()),
                  "VTLog/v2/log:[0-9]+:  logger Assertion d failed.");
+}
+
+// Paths are walked without recursion, so a path past the limit is refused cleanly even on the
+// small stack of a secondary thread (512 KiB on macOS), and a tree as deep as the limit takes
+// every tree-wide walk there.
+TEST(LoggerTreeDeathTest, DeepPathsAreRefusedCleanlyOnASmallStack)
+{
+    expect_completes_in_child(60, [] {
+        boost::thread::attributes small_stack;
+        small_stack.set_stack_size(512 * 1024);
+        boost::thread worker(small_stack, [] {
+            auto const path = [](std::size_t components) {
+                std::string joined = "c";
+                for (std::size_t i = 1; i < components; ++i) {
+                    joined += ".c";
+                }
+                return joined;
+            };
+            auto const refusal = [](std::size_t components) {
+                return "the domain would have " + std::to_string(components) +
+                       " components, more than max_domain_depth (" +
+                       std::to_string(v2::max_domain_depth) + ")";
+            };
+            v2::logger_source source;
+            capture_sink sink;
+            auto const deepest = source.get_child_logger(path(v2::max_domain_depth));
+            auto const too_deep = path(3000);
+            std::vector<std::pair<std::function<void()>, std::size_t>> const calls{
+                {[&] { source.get_child_logger(too_deep); }, 3000},
+                {[&] { source.set_child_log_level(too_deep, level(1)); }, 3000},
+                {[&] { source.reset_child_log_level(too_deep); }, 3000},
+                {[&] { source.get_child_logger("c").get_child_logger(path(2999)); }, 3000},
+                {[&] { deepest.get_child_logger("one.more"); }, v2::max_domain_depth + 2},
+            };
+            for (auto const& [call, components] : calls) {
+                EXPECT_EQ(thrown_text<std::invalid_argument>(call), refusal(components));
+            }
+            EXPECT_EQ(source.get_data()->pinned_children.size(), 0u) << "nothing was pinned";
+
+            source.add_sink(sink.handle);
+            source.set_child_log_level("c", level(3));
+            v2::log_str(deepest, level(3), "held");
+            source.start_logging(level(1));
+            source.reset_child_log_level("c");
+            EXPECT_EQ(deepest.get_log_level(), level(1));
+            v2::log_str(deepest, level(1), "running");
+            EXPECT_EQ(sink.lines().size(), 2u);
+        });
+        worker.join();
+    });
 }
 
 TEST(LoggerTree, LevelsAreInheritedUntilSetExplicitly)

@@ -47,6 +47,18 @@ TEST_F(Routing, LoggersFeedTheSinksAttachedWhileTheyLog)
     EXPECT_TRUE(stranger.lines().empty());
 }
 
+TEST_F(Routing, NullSinksAreRefusedAndChangeNothing)
+{
+    source.add_sink(sink.handle);
+    EXPECT_EQ(thrown_text<std::invalid_argument>([&] { source.add_sink(nullptr); }),
+              "logger_source::add_sink: the sink is null");
+    EXPECT_EQ(thrown_text<std::invalid_argument>([&] { source.remove_sink(nullptr); }),
+              "logger_source::remove_sink: the sink is null");
+    v2::log_str(source.get_child_logger("l"), level(0), "still routed");
+    EXPECT_EQ(sink.lines(), Strings{"[l] still routed"});
+    EXPECT_EQ(source.get_data()->sinks.size(), 1u);
+}
+
 TEST_F(Routing, HandlesSharingANameShareOneMarker)
 {
     capture_sink second("test sink"), dropped("test sink");

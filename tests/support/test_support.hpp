@@ -1,5 +1,5 @@
 // Shared test helpers: a sink that keeps what it receives, a start line for racing threads, the
-// text of a thrown exception and the check of an assertion's text.
+// text of a thrown exception, the check of an assertion's text, and a bounded child process.
 #pragma once
 
 #include "VTLog/v2/log.hpp"
@@ -11,7 +11,10 @@
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/make_shared.hpp>
 
+#include <unistd.h>
+
 #include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <mutex>
 #include <regex>
@@ -112,6 +115,22 @@ inline void expect_assertion(std::function<void()> const& call, std::string cons
                 std::regex_match(text.substr(0, line_end), std::regex(module + ":[0-9]+")) &&
                 text.substr(line_end) == ":  " + function_and_expression + " failed.")
         << text << ", expected " << function_and_expression;
+}
+
+// Runs `body` in a child process that must exit within `seconds` with no failed expectation. A
+// hang (ended by the alarm's SIGALRM), a crash or a failed expectation fails the test without
+// stalling the run; the child skips static destructors, so threads left hanging cannot matter.
+template <class F>
+void expect_completes_in_child(unsigned seconds, F const& body)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            alarm(seconds);
+            body();
+            std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 } // namespace vtlog_test

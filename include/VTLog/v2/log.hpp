@@ -10,6 +10,7 @@
 #include <boost/shared_ptr.hpp>
 #include <fmt/format.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -43,9 +44,12 @@
 //                                   cannot format does not compile.
 //   logger::get_child_logger        std::invalid_argument for a path of dots only
 //                                   ("make_or_get_descendant Assertion !child_name.empty()
-//                                   failed.") or one above the maximum domain depth
+//                                   failed.") or one that would give the domain more than
+//                                   max_domain_depth components ("the domain would have <n>
+//                                   components, more than max_domain_depth (32)"); nothing is
+//                                   created
 //   logger_source::get_child_logger std::invalid_argument for an empty path as well, with the
-//   set_child_log_level,            same text, and above the maximum domain depth
+//   set_child_log_level,            same texts
 //   reset_child_log_level
 //   logger_source::start_logging    std::invalid_argument on a second call ("run Assertion
 //                                   c == state::enqueueing failed.", the root level already
@@ -82,8 +86,10 @@ enum class VTLOG_API log_level : std::int32_t {
 // synchronously on the calling thread, and only when the message can be logged: never when the
 // level is filtered out on a running source or when the source has finished. The view must stay
 // valid until `log` returns; the library copies the text if it keeps the record.
-// `get_str` may run while the library holds a lock of the logger: it must not log through the
-// same logger.
+// `get_str` runs before the library takes any lock for the message, so it may use the library
+// freely: look up loggers, attach sinks, and log through any logger, this one included (such a
+// message is written before the one whose text is being made). An exception it throws leaves
+// `log` and nothing is logged.
 class VTLOG_API log_function_ref {
 public:
     virtual std::string_view get_str() const = 0;
@@ -91,6 +97,12 @@ public:
 protected:
     ~log_function_ref() = default;
 };
+
+// The most components a logger's domain may have ("a.b.c" has three). Real domains have a
+// handful. A change of level or of sinks holds the lock of every node along a branch at once,
+// so the limit keeps that chain short: well below the 64 locks per thread that lock checkers
+// such as ThreadSanitizer's can follow.
+inline constexpr std::size_t max_domain_depth = 32;
 
 class logger_source;
 
@@ -130,8 +142,10 @@ public:
     // The full dotted domain of this logger; valid while any handle to the node lives.
     VTLOG_API std::string_view get_domain() const noexcept;
 
-    // The logger at the dotted `path` below this one, created on first use. An empty path
-    // returns this logger. Throws std::invalid_argument for a path made only of dots.
+    // The logger at the dotted `path` below this one, created on first use. Leading, trailing and
+    // repeated dots are ignored; an empty path returns this logger. Throws std::invalid_argument,
+    // creating nothing, for a path made only of dots and for one that would give the domain more
+    // than max_domain_depth components.
     VTLOG_API logger get_child_logger(std::string path) const;
 
 private:
@@ -270,27 +284,36 @@ public:
     VTLOG_API std::shared_ptr<data> get_data();
 
     // Sets the root level, replays the held messages through the level filter into the attached
-    // sinks, and switches to running. Throws std::invalid_argument when called a second time
-    // (after the root level has been changed), and propagates exceptions of sinks.
+    // sinks, and switches to running. Messages logged meanwhile on other threads are written
+    // once each and in order per thread; the call returns in a time set by what is held when it
+    // begins, however fast other threads log, because at the end those threads wait for it.
+    // A sink must therefore not log through this source while it starts. Throws
+    // std::invalid_argument when called a second time (after the root level has been changed),
+    // and propagates exceptions of sinks.
     VTLOG_API void start_logging(log_level level);
 
-    // The logger at the dotted `path`, created on first use. Throws std::invalid_argument for an
-    // empty path or a path made only of dots.
+    // The logger at the dotted `path`, created on first use. Leading, trailing and repeated dots
+    // are ignored. Throws std::invalid_argument, creating nothing, for an empty path, a path made
+    // only of dots, and a path of more than max_domain_depth components.
     VTLOG_API logger get_child_logger(std::string path);
 
     // Gives the branch at `path` an explicit level that its ancestors no longer override, and
-    // keeps the branch alive so the setting survives while no handle names it.
+    // keeps the branch alive so the setting survives while no handle names it. Takes the paths
+    // that get_child_logger takes and throws as it does.
     VTLOG_API void set_child_log_level(std::string path, log_level level);
 
-    // Makes the branch at `path` follow its parent's level again and releases it.
+    // Makes the branch at `path` follow its parent's level again and releases it. Takes the paths
+    // that get_child_logger takes and throws as it does.
     VTLOG_API void reset_child_log_level(std::string path);
 
     // Attaches a sink: records of this tree reach it from now on (once the source runs).
-    // Returns false if it was already attached.
+    // Returns false if it was already attached. Throws std::invalid_argument for a null sink,
+    // leaving the source as it was.
     VTLOG_API bool add_sink(std::shared_ptr<sink::base> sink);
 
     // Detaches a sink. Records stop reaching every sink with the same routing name. Returns
-    // whether this sink was attached.
+    // whether this sink was attached. Throws std::invalid_argument for a null sink, leaving the
+    // source as it was.
     VTLOG_API bool remove_sink(std::shared_ptr<sink::base> sink);
 
 private:
@@ -306,6 +329,9 @@ struct VTLOG_API is_sink {};
 // for as long as the handle lives, behind a filter that admits only records of loggers that
 // carry `name` (that is, of sources the handle is attached to) and never records that a
 // source is still holding. Create it with std::make_shared; share it by pointer.
+// A record that a sink keeps to write later, on a thread of its own (an asynchronous front end),
+// refers to no logger or source of the library, so releasing it never destroys a handle there:
+// the handle dies with the last holder of its own, on that holder's thread.
 class VTLOG_API base : public std::enable_shared_from_this<base> {
 public:
     // Registers `sink` (which may be empty) with the core. Propagates Boost.Log exceptions.

@@ -1,0 +1,91 @@
+// Logging while the process exits: threads that keep logging as main returns never crash it.
+#include "test_support.hpp"
+
+#include "VTLog/VTLog.hpp"
+
+#include <boost/filesystem/operations.hpp>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+
+namespace {
+
+using namespace vtlog_test;
+
+// An application's own source, destroyed at exit like the façade's.
+v2::logger_source& app_source()
+{
+    static v2::logger_source source;
+    return source;
+}
+
+// The child: threads log through both sources, look loggers and sinks up, change levels and
+// name themselves, and the process exits (static destructors and all) while they run. Every
+// other child writes files through the façade's directory sink in `log_directory`.
+[[noreturn]] void log_while_exiting(int threads, char const* log_directory)
+{
+    int const null_output = ::open("/dev/null", O_WRONLY);
+    ::dup2(null_output, STDOUT_FILENO);
+    ::dup2(null_output, STDERR_FILENO);
+    if (log_directory) {
+        VT::Logging::start_logging(VT::Logging::LogConfig{
+            level(0), {}, VT::filesystem::path(log_directory), 1 << 20, 1 << 16});
+    } else {
+        auto& facade = VT::Logging::get_logger_source();
+        facade.add_sink(v2::sink::get_stdout());
+        facade.start_logging(level(0));
+    }
+    app_source().add_sink(v2::sink::get_stderr());
+    app_source().start_logging(level(0));
+
+    start_line all_logging(threads + 1);
+    for (int t = 0; t < threads; ++t) {
+        std::thread([t, &all_logging] {
+            v2::set_current_thread_name("worker " + std::to_string(t));
+            auto const own = app_source().get_child_logger("app.t" + std::to_string(t));
+            for (int k = 0;; ++k) {
+                v2::log_str(own, level(1), "from the application's source");
+                auto const domain = "facade.t" + std::to_string(k % 4);
+                v2::log_str(VT::Logging::get_logger(domain), level(1), "through the façade");
+                if (k % 16 == t) {
+                    VT::Logging::get_logger_source().set_child_log_level(domain, level(k % 3));
+                    VT::Logging::get_logger_source().add_sink(v2::sink::get_stderr());
+                }
+                if (k == 0) {
+                    all_logging.arrive_and_wait();
+                }
+            }
+        }).detach();
+    }
+    all_logging.arrive_and_wait();
+    std::exit(0);
+}
+
+// Runs the scenario in many child processes, for about ten seconds; every child must exit 0.
+TEST(ExitStress, ThreadsLoggingWhileMainReturnsNeverCrashTheProcess)
+{
+    char directory[] = "/tmp/vtlog-exit-XXXXXX";
+    ASSERT_TRUE(::mkdtemp(directory));
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    int runs = 0;
+    for (; runs < 2000 && std::chrono::steady_clock::now() < end; ++runs) {
+        pid_t const child = ::fork();
+        ASSERT_NE(child, -1);
+        if (child == 0) {
+            log_while_exiting(1 + runs % 4, runs % 2 ? directory : nullptr);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+            << "run " << runs << ": "
+            << (WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
+                                    : "exit " + std::to_string(WEXITSTATUS(status)));
+    }
+    RecordProperty("runs", runs);
+    boost::filesystem::remove_all(directory);
+}
+
+} // namespace
