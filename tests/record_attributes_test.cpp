@@ -109,7 +109,11 @@ TEST(RecordAttributes, RecordsCarryTheTimeAndThreadNameOfTheirCall)
         ::setenv("TZ", tz, 1);
         ::tzset();
         EXPECT_EQ(text(impl::local_time_text(evening_utc)), expected);
+        auto const before = now_text();
         log_str(source.get_child_logger("a"), log_level::info, tz);
+        auto const after = now_text();
+        EXPECT_LE(before, backend->time); // one zone, one width: text order is time order
+        EXPECT_LE(backend->time, after);
         EXPECT_EQ(backend->time.substr(23), std::string_view(expected).substr(23)) << tz;
     }
 }
