@@ -25,36 +25,42 @@ namespace {
 using namespace vtlog_test;
 using Strings = std::vector<std::string>;
 
-struct CallHelpers : ::testing::Test {
-    CallHelpers()
-    {
-        source.add_sink(sink.handle);
-        source.start_logging(level(2));
-    }
+// A message filtered out costs neither its formatting nor its text function, so a bad format
+// only throws when its message is logged; a logged text function runs once.
+TEST(CallHelpers, FormatAndTextFunctionRunOnlyForWhatIsLogged)
+{
     capture_sink sink;
     v2::logger_source source;
-    v2::logger l = source.get_child_logger("l");
-};
-
-TEST_F(CallHelpers, LogFmtFormatsOnlyWhatIsLogged)
-{
+    source.add_sink(sink.handle);
+    source.start_logging(level(2));
+    auto const l = source.get_child_logger("l");
     int formatted = 0;
     v2::log_fmt(l, level(1), "filtered {}", counted_arg{&formatted});
-    std::string const host = "example";
-    v2::log_fmt(l, level(2), "sent {} bytes to {} ({})", 42, host, counted_arg{&formatted});
+    v2::log_fmt(l, level(2), "sent {} bytes to {} ({})", 42, std::string("example"),
+                counted_arg{&formatted});
     v2::log_fmt(l, level(2), FMT_STRING("{:0>4}|{}"), 7, std::string(600, 'x'));
     EXPECT_EQ(formatted, 1);
-    EXPECT_EQ(sink.lines(),
-              (Strings{"[l] sent 42 bytes to example (1)", "[l] 0007|" + std::string(600, 'x')}));
     std::string const bad = "{:d}";
     EXPECT_NO_THROW(v2::log_fmt(l, level(1), fmt::runtime(bad), "text"));
     EXPECT_THROW(v2::log_fmt(l, level(2), fmt::runtime(bad), "text"), fmt::format_error);
+
+    int calls = 0;
+    auto describe = [&] {
+        return "built " + std::to_string(++calls);
+    };
+    l.log(level(1), v2::lazy_text(describe));
+    l.log(level(3), v2::lazy_text(describe));
+    l.log(level(3), v2::lazy_text([] { return "a literal"; }));
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(sink.lines(),
+              (Strings{"[l] sent 42 bytes to example (1)", "[l] 0007|" + std::string(600, 'x'),
+                       "[l] built 1", "[l] a literal"}));
 }
 
 // log_fmt skips a filtered message before building its text object, so its level test must
 // agree with `log`: before the start every level is held (the start decides, and levels can be
 // negative), after it the logger's level decides, and a finished source takes nothing.
-TEST(CallHelpersLevelTest, IsEnabledAgreesWithWhatLogKeepsInEveryState)
+TEST(CallHelpers, IsEnabledAgreesWithWhatLogKeepsInEveryState)
 {
     capture_sink sink;
     std::optional<v2::logger> l;
@@ -74,19 +80,6 @@ TEST(CallHelpersLevelTest, IsEnabledAgreesWithWhatLogKeepsInEveryState)
     EXPECT_FALSE(l->is_enabled(level(100)));
     v2::log_fmt(*l, level(100), "finished {}", 5);
     EXPECT_EQ(sink.lines(), (Strings{"[l] held 1", "[l] running 4"}));
-}
-
-TEST_F(CallHelpers, LazyTextRunsOnlyWhenLoggedAndKeepsItsResult)
-{
-    int calls = 0;
-    auto describe = [&] {
-        return "built " + std::to_string(++calls);
-    };
-    l.log(level(1), v2::lazy_text(describe));
-    l.log(level(3), v2::lazy_text(describe));
-    l.log(level(3), v2::lazy_text([] { return "a literal"; }));
-    EXPECT_EQ(calls, 1);
-    EXPECT_EQ(sink.lines(), (Strings{"[l] built 1", "[l] a literal"}));
 }
 
 } // namespace

@@ -41,13 +41,20 @@ struct Facade : ::testing::Test {
     std::streambuf* const saved_stdout = std::cout.rdbuf(out.rdbuf());
 };
 
-TEST_F(Facade, HeldMessagesReachFileAndStandardOutputAtStart)
+// An empty directory (the default with HOME unset) is refused, never taken for the current one,
+// and what was held waits for a start with a usable directory.
+TEST_F(Facade, HeldMessagesWaitThroughARefusedStartThenReachFileAndStandardOutput)
 {
     auto net = Logging::get_logger("Network.Curl");
     v2::log_str(net, level(3), "held and shown");
     v2::log_str(net, level(1), "held and dropped");
     v2::log_str(Logging::get_global_logger(), level(4), "global");
     config.domain_levels["Quiet"] = level(4);
+    config.log_directory = VT::filesystem::path();
+    auto const what = thrown_text<std::invalid_argument>([&] { Logging::start_logging(config); });
+    EXPECT_NE(what.find("no directory part"), std::string::npos) << what;
+    EXPECT_FALSE(Logging::detail2::get_directory_logger());
+    config.log_directory = dir.string();
     Logging::start_logging(config);
     v2::log_str(Logging::get_logger("Quiet.Part"), level(3), "too low");
     v2::log_str(Logging::get_logger("Quiet.Part"), level(5), "loud");
@@ -63,31 +70,11 @@ TEST_F(Facade, HeldMessagesReachFileAndStandardOutputAtStart)
         messages += line.substr(line.rfind('\t') + 1) + "\n";
     }
     EXPECT_EQ(messages, "held and shown\nglobal\nloud\n");
-    auto const& attached = Logging::get_logger_source().get_data()->sinks;
-    EXPECT_EQ(attached.size(), 2u);
-    EXPECT_EQ(attached.count(Logging::detail2::get_directory_logger()), 1u);
-    EXPECT_EQ(attached.count(v2::sink::get_stdout()), 1u);
+    EXPECT_EQ(Logging::get_logger_source().get_data()->sinks,
+              (std::unordered_set<std::shared_ptr<v2::sink::base>>{
+                  Logging::detail2::get_directory_logger(), v2::sink::get_stdout()}));
     expect_assertion([&] { Logging::start_logging(config); }, "VTLog/v2/log",
                      "run Assertion c == state::enqueueing");
-}
-
-// With HOME unset the default directory is empty: the current directory is refused, and what was
-// held waits for a start with a usable directory.
-TEST_F(Facade, AnEmptyDirectoryIsRefusedAndKeepsTheHeldMessages)
-{
-    v2::log_str(Logging::get_logger("Early"), level(3), "held");
-    config.log_directory = VT::filesystem::path();
-    auto const what = thrown_text<std::invalid_argument>([&] { Logging::start_logging(config); });
-    EXPECT_NE(what.find("no directory part"), std::string::npos) << what;
-    EXPECT_FALSE(Logging::detail2::get_directory_logger());
-    config.log_directory = dir.string();
-    Logging::start_logging(config);
-    EXPECT_EQ(out.str(), "[Early] held\n");
-    ASSERT_EQ(files().size(), 1u);
-    std::ifstream file(files()[0].string());
-    std::string line;
-    std::getline(file, line);
-    EXPECT_EQ(line.substr(line.rfind('\t') + 1), "held");
 }
 
 TEST(FacadeSource, TwoArgumentStartInstallsTheGivenSourceAndNoSink)
@@ -119,28 +106,28 @@ TEST(FacadeConfig, CurlVerbosity)
     EXPECT_TRUE(Logging::ShouldSetCurlVerbose(config)) << "a level for curl, however high";
 }
 
-// The default directory is fixed at the first call, so each case runs in its own process.
-TEST(FacadeDefaultDir, HomeSetIsFixedAtTheFirstCall)
+// The default directory is fixed at the first call, so each case makes that call in a child.
+TEST(FacadeDefaultDir, FollowsHomeAtTheFirstCallOnly)
 {
-    ::setenv("HOME", "/Users/someone/", 1);
-    EXPECT_EQ(Logging::GetDefaultLogDir().string(), "/Users/someone/Library/Logs/Vantorel");
-    ::setenv("HOME", "/elsewhere", 1);
-    EXPECT_EQ(Logging::GetDefaultLogDir().string(), "/Users/someone/Library/Logs/Vantorel");
+    struct {
+        char const* home; // unset when null
+        char const* directory;
+    } const cases[] = {{"/Users/someone/", "/Users/someone/Library/Logs/Vantorel"},
+                       {"", "Library/Logs/Vantorel"},
+                       {nullptr, ""}};
+    for (auto const& c : cases) {
+        expect_completes_in_child(30, [&] {
+            if (c.home) {
+                ::setenv("HOME", c.home, 1);
+            } else {
+                ::unsetenv("HOME");
+            }
+            EXPECT_EQ(Logging::GetDefaultLogDir().string(), c.directory);
+            ::setenv("HOME", "/elsewhere", 1);
+            EXPECT_EQ(Logging::GetDefaultLogDir().string(), c.directory);
+        });
+    }
     EXPECT_EQ((VT::filesystem::path("logs") / "/abs").string(), "/abs") << "as std::filesystem";
-}
-
-TEST(FacadeDefaultDir, HomeEmpty)
-{
-    ::setenv("HOME", "", 1);
-    EXPECT_EQ(Logging::GetDefaultLogDir().string(), "Library/Logs/Vantorel");
-}
-
-TEST(FacadeDefaultDir, HomeUnsetStaysEmpty)
-{
-    ::unsetenv("HOME");
-    EXPECT_TRUE(Logging::GetDefaultLogDir().empty());
-    ::setenv("HOME", "/Users/late", 1);
-    EXPECT_TRUE(Logging::GetDefaultLogDir().empty());
 }
 
 TEST_F(Facade, AddedFileJoinsTheDirectoryAndItsRetention)
@@ -156,7 +143,6 @@ TEST_F(Facade, AddedFileJoinsTheDirectoryAndItsRetention)
     auto const stored = dir / extra.filename();
     EXPECT_FALSE(fs::exists(extra));
     EXPECT_TRUE(fs::exists(stored));
-
     // Lines enough to rotate several times: the added file, the oldest, goes first.
     for (int i = 0; i < 60; ++i) {
         v2::log_str(Logging::get_logger("Fill"), level(2), std::string(100, 'm'));

@@ -18,9 +18,17 @@ using namespace boost::posix_time;
 using boost::gregorian::date;
 namespace bl = boost::log;
 
+ptime const evening_utc(date(2024, 5, 1),
+                        hours(23) + minutes(59) + seconds(59) + microseconds(999999));
+
 std::string text(impl::time_text const& time)
 {
     return fmt::to_string(time);
+}
+
+std::string now_text()
+{
+    return text(impl::local_time_text(microsec_clock::universal_time()));
 }
 
 // Reads the time text both ways a formatter can: as the std::string that the value's type
@@ -40,23 +48,19 @@ struct attributes_backend : bl::sinks::basic_sink_backend<bl::sinks::synchronize
 };
 using attributes_sink = bl::sinks::synchronous_sink<attributes_backend>;
 
-TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeAndTheThreadNameIsTheCallers)
+// Milliseconds are truncated, never rounded up; an offset the platform cannot give, or one of a
+// day or more, shows as -00:00; a time out of range shows as the fallback text.
+TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeWithItsOffset)
 {
-    ptime const utc(date(2024, 5, 1), hours(23) + minutes(59) + seconds(59) + microseconds(999999));
-    EXPECT_EQ(text(impl::format_local(utc, utc)),
-              "2024-05-01 23:59:59.999+00:00"); // never rounded up
-    EXPECT_EQ(text(impl::format_local(utc, ptime(not_a_date_time))),
-              "2024-05-01 23:59:59.999-00:00");
-    EXPECT_EQ(text(impl::format_local(utc, utc - hours(25))), "2024-05-01 23:59:59.999-00:00");
-    EXPECT_EQ(text(impl::format_local(utc, utc + minutes(1499))), "2024-05-03 00:58:59.999+24:59");
+    ptime const& utc = evening_utc;
+    for (auto const& [local, expected] : {std::pair{utc, "2024-05-01 23:59:59.999+00:00"},
+                                          {ptime(not_a_date_time), "2024-05-01 23:59:59.999-00:00"},
+                                          {utc - hours(25), "2024-05-01 23:59:59.999-00:00"},
+                                          {utc + minutes(1499), "2024-05-03 00:58:59.999+24:59"}}) {
+        EXPECT_EQ(text(impl::format_local(utc, local)), expected);
+    }
     EXPECT_EQ(text(impl::local_time_text(ptime(pos_infin))), impl::fallback_time_text);
     EXPECT_EQ(text(impl::local_time_text(ptime(date(1969, 12, 31)))), impl::fallback_time_text);
-    // No source exists yet, so a record has only the attributes it is opened with: no time.
-    bl::core::get()->add_sink(boost::make_shared<attributes_sink>());
-    auto record = bl::core::get()->open_record(bl::attribute_set());
-    ASSERT_TRUE(record);
-    EXPECT_EQ(impl::get_time(record.lock()), R"(????-??-?? ??:??:??.???-??:??)");
-
     // Offsets of 100 hours and more take the printf path, the others the digit-by-digit one.
     for (int i = 0; i < 500; ++i) {
         date const d = date(1400, 1, 1) + boost::gregorian::days(i * 6007);
@@ -66,19 +70,29 @@ TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeAndTheThreadNameIsTheCallers)
                                +d.month(), +d.day(), t.hours(), t.minutes(), t.seconds(),
                                t.fractional_seconds() / 1000, "+-"[i % 2 == 0], i % 125, i % 60));
     }
+}
+
+// A held record shows the moment and thread name of its call, not of its replay; each record
+// shows the offset of the zone in force when it was logged.
+TEST(RecordAttributes, RecordsCarryTheTimeAndThreadNameOfTheirCall)
+{
+    // No source exists yet, so a record has only the attributes it is opened with: no time.
+    bl::core::get()->add_sink(boost::make_shared<attributes_sink>());
+    auto record = bl::core::get()->open_record(bl::attribute_set());
+    ASSERT_TRUE(record);
+    EXPECT_EQ(impl::get_time(record.lock()), R"(????-??-?? ??:??:??.???-??:??)");
 
     auto const backend = boost::make_shared<attributes_backend>();
     logger_source source;
     source.add_sink(std::make_shared<sink::base>(bl::attribute_name("attributes sink"),
                                                  boost::make_shared<attributes_sink>(backend)));
-    auto const before_held = text(impl::local_time_text(microsec_clock::universal_time()));
+    auto const before_held = now_text();
     log_str(source.get_child_logger("a"), log_level::info, "unnamed");
     set_current_thread_name("first");
     log_str(source.get_child_logger("a"), log_level::info, "first");
-    auto const after_held = text(impl::local_time_text(microsec_clock::universal_time()));
+    auto const after_held = now_text();
     set_current_thread_name("second");
     source.start_logging(log_level::info);
-    // Held records show the moment they were logged, not the moment they were replayed.
     ASSERT_EQ(backend->times.size(), 2u);
     for (auto const& held : backend->times) {
         EXPECT_LE(before_held, held);
@@ -86,7 +100,7 @@ TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeAndTheThreadNameIsTheCallers)
     }
     log_str(source.get_child_logger("a"), log_level::info, "second");
     std::thread([&] { log_str(source.get_child_logger("a"), log_level::info, "unnamed"); }).join();
-    EXPECT_EQ(backend->names, "|first|second||"); // held records were detached with their names
+    EXPECT_EQ(backend->names, "|first|second||");
 
     for (auto const& [tz, expected] : {std::pair{"UTC0", "2024-05-01 23:59:59.999+00:00"},
                                        {"XXX-2", "2024-05-02 01:59:59.999+02:00"},
@@ -94,10 +108,10 @@ TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeAndTheThreadNameIsTheCallers)
                                        {"<-03>3", "2024-05-01 20:59:59.999-03:00"}}) {
         ::setenv("TZ", tz, 1);
         ::tzset();
-        EXPECT_EQ(text(impl::local_time_text(utc)), expected);
-        auto const before = text(impl::local_time_text(microsec_clock::universal_time()));
+        EXPECT_EQ(text(impl::local_time_text(evening_utc)), expected);
+        auto const before = now_text();
         log_str(source.get_child_logger("a"), log_level::info, tz);
-        auto const after = text(impl::local_time_text(microsec_clock::universal_time()));
+        auto const after = now_text();
         EXPECT_LE(before, backend->time); // one zone, one width: text order is time order
         EXPECT_LE(backend->time, after);
         EXPECT_EQ(backend->time.substr(23), std::string_view(expected).substr(23)) << tz;
@@ -119,21 +133,18 @@ TEST(RecordAttributes, SinksOnOtherThreadsReadTheTimeOfTheCall)
         source.add_sink(std::make_shared<sink::base>(bl::attribute_name(name), sinks.back()));
     }
     source.start_logging(log_level::info);
-    auto const before = text(impl::local_time_text(microsec_clock::universal_time()));
+    auto const before = now_text();
     log_str(source.get_child_logger("a"), log_level::info, "message");
-    auto const after = text(impl::local_time_text(microsec_clock::universal_time()));
+    auto const after = now_text();
 
     vtlog_test::start_line line(2);
-    std::vector<std::thread> feeders;
-    for (auto const& sink : sinks) {
-        feeders.emplace_back([&line, sink] {
-            line.arrive_and_wait();
-            sink->feed_records();
-        });
-    }
-    for (auto& feeder : feeders) {
-        feeder.join();
-    }
+    std::thread other([&] {
+        line.arrive_and_wait();
+        sinks[0]->feed_records();
+    });
+    line.arrive_and_wait();
+    sinks[1]->feed_records();
+    other.join();
     for (auto const& backend : backends) {
         ASSERT_EQ(backend->times.size(), 1u);
         EXPECT_LE(before, backend->time);
