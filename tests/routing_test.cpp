@@ -17,19 +17,9 @@ struct Routing : ::testing::Test {
     capture_sink sink;
 };
 
-TEST(SinkHandle, UnwrapsToTheSinkItWasGiven)
-{
-    auto empty = std::make_shared<v2::sink::base>(boost::log::attribute_name("nothing"),
-                                                  boost::shared_ptr<boost::log::sinks::sink>());
-    EXPECT_FALSE(v2::sink::detail::get_unwrapped_sink(empty));
-    EXPECT_FALSE(v2::sink::detail::get_unwrapped_sink(nullptr));
-    capture_sink sink;
-    auto inner = v2::sink::detail::get_unwrapped_sink(sink.handle);
-    EXPECT_TRUE(dynamic_cast<boost::log::sinks::synchronous_sink<capture_backend>*>(inner.get()));
-}
-
 // A sink receives the records of every logger of its source, made before or after it was
-// attached, until it is removed; records logged outside any source never reach it.
+// attached, until it is removed; records logged outside any source never reach it. Its handle
+// unwraps to the sink it was made with.
 TEST_F(Routing, LoggersFeedTheSinksAttachedWhileTheyLog)
 {
     capture_sink stranger("stranger");
@@ -46,11 +36,16 @@ TEST_F(Routing, LoggersFeedTheSinksAttachedWhileTheyLog)
     v2::log_str(before, level(0), "4");
     EXPECT_EQ(sink.lines(), (Strings{"[before] 1", "[after.add] 2"}));
     EXPECT_TRUE(stranger.lines().empty());
+    EXPECT_TRUE(dynamic_cast<boost::log::sinks::synchronous_sink<capture_backend>*>(
+        v2::sink::detail::get_unwrapped_sink(sink.handle).get()));
 }
 
 TEST_F(Routing, NullSinksAreRefusedAndChangeNothing)
 {
     source.add_sink(sink.handle);
+    EXPECT_FALSE(v2::sink::detail::get_unwrapped_sink(nullptr));
+    EXPECT_FALSE(v2::sink::detail::get_unwrapped_sink(std::make_shared<v2::sink::base>(
+        boost::log::attribute_name("nothing"), boost::shared_ptr<boost::log::sinks::sink>())));
     EXPECT_EQ(thrown_text<std::invalid_argument>([&] { source.add_sink(nullptr); }),
               "logger_source::add_sink: the sink is null");
     EXPECT_EQ(thrown_text<std::invalid_argument>([&] { source.remove_sink(nullptr); }),
