@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <chrono>
 #include <future>
-#include <map>
 #include <numeric>
 #include <optional>
 
@@ -25,6 +24,7 @@ struct numbered_writer {
     template <class More>
     void run(v2::logger const& l, More const& more)
     {
+        prefix = "[" + std::string(l.get_domain()) + "] ";
         for (int k = 0; more(k); ++k) {
             text_calls.push_back(0);
             try {
@@ -43,8 +43,14 @@ struct numbered_writer {
 
     // Each message was written once and in order, or else reported, never both; each text was
     // asked for once.
-    void expect_each_written_once(std::vector<int> written) const
+    void expect_each_written_once(Strings const& lines) const
     {
+        std::vector<int> written;
+        for (auto const& line : lines) {
+            if (line.compare(0, prefix.size(), prefix) == 0) {
+                written.push_back(std::stoi(line.substr(prefix.size())));
+            }
+        }
         EXPECT_TRUE(std::is_sorted(written.begin(), written.end())) << "out of order";
         written.insert(written.end(), overlapped.begin(), overlapped.end());
         std::sort(written.begin(), written.end());
@@ -54,19 +60,9 @@ struct numbered_writer {
         EXPECT_EQ(std::count(text_calls.begin(), text_calls.end(), 1), std::ptrdiff_t(all.size()));
     }
 
+    std::string prefix;
     std::vector<int> overlapped, text_calls;
 };
-
-// The numbers written as "[channel] number", by channel.
-std::map<std::string, std::vector<int>> numbers_by_channel(Strings const& lines)
-{
-    std::map<std::string, std::vector<int>> numbers;
-    for (auto const& line : lines) {
-        auto const end = line.find("] ");
-        numbers[line.substr(1, end - 1)].push_back(std::stoi(line.substr(end + 2)));
-    }
-    return numbers;
-}
 
 // Also checks that a second source, running meanwhile, neither sees nor feeds this one's sink.
 TEST(LoggerSource, HeldMessagesAreTrimmedAndReplayedInOrderThroughTheLevelsAtTheStart)
@@ -177,9 +173,8 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
         for (auto& thread : running) {
             thread.join();
         }
-        auto written = numbers_by_channel(sink.lines());
-        for (int t = 0; t < threads; ++t) {
-            writers[t].expect_each_written_once(written[std::to_string(t)]);
+        for (auto const& writer : writers) {
+            writer.expect_each_written_once(sink.lines());
         }
         ASSERT_FALSE(HasFailure()) << "round " << round;
     }
@@ -213,7 +208,7 @@ TEST(LoggerSourceRace, StartReturnsWhileAnotherThreadKeepsLogging)
     started = true;
     thread.join();
     EXPECT_FALSE(gave_up) << "start_logging returned only once the writer stopped";
-    writer.expect_each_written_once(numbers_by_channel(sinks[0].lines())["busy"]);
+    writer.expect_each_written_once(sinks[0].lines());
 }
 
 // A text function may look up loggers of its own source and log through any logger, its own
@@ -262,51 +257,39 @@ TEST(LoggerSourceReentry, TextFunctionsMayLookUpLoggersAndLogWhileSinksChange)
     });
 }
 
-// What the test sees of a caller's asynchronous sink.
-struct async_sink_observations {
-    std::atomic<bool> consuming{false};
-    std::string first_line; // written by the feeding thread, read once the back end is destroyed
-    std::promise<void> destroyed;
-};
-
-// Holds its first record until the test alone names the sink, so the records it still holds
-// outlive the source and its loggers.
+// A caller's asynchronous back end. It holds its first record until the test alone names the
+// sink, so the records still queued outlive the source and its loggers. One per child process.
 struct holding_backend
     : boost::log::sinks::basic_sink_backend<boost::log::sinks::concurrent_feeding> {
-    explicit holding_backend(async_sink_observations& seen)
-        : seen(seen)
-    {
-    }
-    ~holding_backend() { seen.destroyed.set_value(); }
+    ~holding_backend() { destroyed.set_value(); }
     void consume(boost::log::record_view const& record)
     {
-        seen.consuming = true;
+        consuming = true;
         while (handle.lock().use_count() > 2) { // the test's and this temporary one
             std::this_thread::yield();
         }
         auto const& values = record.attribute_values();
-        if (seen.first_line.empty()) {
-            seen.first_line =
-                std::string(*boost::log::extract<std::string_view>("Channel", values)) + " " +
-                std::string(*boost::log::extract<std::string_view>("ggmessage", values));
+        if (first_line.empty()) { // read by the test once this back end is destroyed
+            first_line = std::string(*boost::log::extract<std::string_view>("Channel", values)) +
+                         " " +
+                         std::string(*boost::log::extract<std::string_view>("ggmessage", values));
         }
     }
 
-    async_sink_observations& seen;
-    std::weak_ptr<v2::sink::base> handle;
+    inline static std::weak_ptr<v2::sink::base> handle;
+    inline static std::atomic<bool> consuming{false};
+    inline static std::string first_line;
+    inline static std::promise<void> destroyed;
 };
 
 // The sink's feeding thread never ends up waiting for itself, and the record keeps its channel.
 TEST(LoggerSourceLifetime, AsynchronousSinkHoldingRecordsOutlivesTheSource)
 {
     expect_completes_in_child(30, [] {
-        async_sink_observations seen;
-        auto backend = boost::make_shared<holding_backend>(seen);
         auto handle = std::make_shared<v2::sink::base>(
             boost::log::attribute_name("async sink"),
-            boost::make_shared<boost::log::sinks::asynchronous_sink<holding_backend>>(backend));
-        backend->handle = handle;
-        backend.reset();
+            boost::make_shared<boost::log::sinks::asynchronous_sink<holding_backend>>());
+        holding_backend::handle = handle;
         {
             v2::logger_source source;
             source.add_sink(handle);
@@ -316,13 +299,13 @@ TEST(LoggerSourceLifetime, AsynchronousSinkHoldingRecordsOutlivesTheSource)
                 v2::log_str(l, level(0), text);
             }
         }
-        while (!seen.consuming) {
+        while (!holding_backend::consuming) {
             std::this_thread::yield();
         }
         handle.reset();
-        ASSERT_EQ(seen.destroyed.get_future().wait_for(std::chrono::seconds(10)),
+        ASSERT_EQ(holding_backend::destroyed.get_future().wait_for(std::chrono::seconds(10)),
                   std::future_status::ready);
-        EXPECT_EQ(seen.first_line, "async first");
+        EXPECT_EQ(holding_backend::first_line, "async first");
     });
 }
 
