@@ -6,6 +6,8 @@
 
 #include <boost/log/core/core.hpp>
 #include <boost/log/sinks/async_frontend.hpp>
+#include <boost/log/sinks/block_on_overflow.hpp>
+#include <boost/log/sinks/bounded_fifo_queue.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -64,7 +66,7 @@ struct numbered_writer {
     std::vector<int> overlapped, text_calls;
 };
 
-// Also checks that a second source, running meanwhile, neither sees nor feeds this one's sink.
+// A second source, running meanwhile, neither sees nor feeds the holding one's sink.
 TEST(LoggerSource, HeldMessagesAreTrimmedAndReplayedInOrderThroughTheLevelsAtTheStart)
 {
     capture_sink sink, other_sink("other sink");
@@ -194,7 +196,7 @@ TEST(LoggerSourceRace, StartReturnsWhileAnotherThreadKeepsLogging)
     bool gave_up = false;
     numbered_writer writer;
     std::thread thread([&] {
-        auto const give_up = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        auto const give_up = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         writer.run(source.get_child_logger("busy"), [&](int k) {
             logged = k;
             gave_up = std::chrono::steady_clock::now() > give_up;
@@ -265,7 +267,9 @@ struct holding_backend
     void consume(boost::log::record_view const& record)
     {
         consuming = true;
-        while (handle.lock().use_count() > 2) { // the test's and this temporary one
+        // Counted without locking: a temporary owner here could become the last one, and the
+        // sink would then be destroyed on its own feeding thread.
+        while (handle.use_count() > 1) {
             std::this_thread::yield();
         }
         auto const& values = record.attribute_values();
@@ -288,7 +292,10 @@ TEST(LoggerSourceLifetime, AsynchronousSinkHoldingRecordsOutlivesTheSource)
     expect_completes_in_child(30, [] {
         auto handle = std::make_shared<v2::sink::base>(
             boost::log::attribute_name("async sink"),
-            boost::make_shared<boost::log::sinks::asynchronous_sink<holding_backend>>());
+            boost::make_shared<boost::log::sinks::asynchronous_sink<
+                holding_backend, // a queue with a mutex, which ThreadSanitizer follows
+                boost::log::sinks::bounded_fifo_queue<16,
+                                                      boost::log::sinks::block_on_overflow>>>());
         holding_backend::handle = handle;
         {
             v2::logger_source source;
