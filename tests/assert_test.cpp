@@ -1,28 +1,23 @@
 // The texts of broken invariants.
+#include "test_support.hpp"
+
 #include "assert.hpp"
 #include "logger_source.hpp"
-
-#include <gtest/gtest.h>
 
 namespace {
 
 TEST(Assertion, TextNamesModuleLineFunctionAndExpression)
 {
+    int const value = 1;
     int const line = __LINE__ + 2;
     auto const check = [](int const* ptr) {
         VT_ASSERT(ptr);
     };
-    int const value = 1;
     EXPECT_NO_THROW(check(&value));
-    try {
-        check(nullptr);
-        FAIL() << "no exception";
-    } catch (std::invalid_argument const& e) {
-        EXPECT_STREQ(e.what(), ("VTLog/v2/log:" + std::to_string(line) +
-                                ":  operator() Assertion ptr failed.")
-                                   .c_str());
-    }
-    EXPECT_THROW(VT_ASSERT_IN("VTLog/VTLog", 1 + 1 == 3), std::invalid_argument);
+    EXPECT_EQ(vtlog_test::thrown_text<std::invalid_argument>([&] { check(nullptr); }),
+              "VTLog/v2/log:" + std::to_string(line) + ":  operator() Assertion ptr failed.");
+    vtlog_test::expect_assertion([] { VT_ASSERT_IN("VTLog/VTLog", 1 + 1 == 3); }, "VTLog/VTLog",
+                                 "operator() Assertion 1 + 1 == 3");
 }
 
 TEST(AbortDeathTest, EnumOutOfRangeTerminatesWithTypeAndValue)

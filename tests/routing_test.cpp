@@ -6,8 +6,6 @@
 #include <boost/log/sources/logger.hpp>
 #include <boost/log/sources/record_ostream.hpp>
 
-#include <optional>
-
 namespace {
 
 using namespace vtlog_test;
@@ -19,18 +17,9 @@ struct Routing : ::testing::Test {
     capture_sink sink;
 };
 
-TEST(SinkHandle, UnwrapsToTheSinkItWasGiven)
-{
-    auto empty = std::make_shared<v2::sink::base>(boost::log::attribute_name("nothing"),
-                                                  boost::shared_ptr<boost::log::sinks::sink>());
-    EXPECT_FALSE(empty->wrapper);
-    EXPECT_FALSE(v2::sink::detail::get_unwrapped_sink(empty));
-    EXPECT_FALSE(v2::sink::detail::get_unwrapped_sink(nullptr));
-    capture_sink sink;
-    auto inner = v2::sink::detail::get_unwrapped_sink(sink.handle);
-    EXPECT_TRUE(dynamic_cast<boost::log::sinks::synchronous_sink<capture_backend>*>(inner.get()));
-}
-
+// A sink receives the records of every logger of its source, made before or after it was
+// attached, until it is removed; records logged outside any source never reach it. Its handle
+// unwraps to the sink it was made with.
 TEST_F(Routing, LoggersFeedTheSinksAttachedWhileTheyLog)
 {
     capture_sink stranger("stranger");
@@ -39,17 +28,24 @@ TEST_F(Routing, LoggersFeedTheSinksAttachedWhileTheyLog)
     EXPECT_FALSE(source.add_sink(sink.handle)) << "already attached";
     v2::log_str(before, level(0), "1");
     v2::log_str(source.get_child_logger("after.add"), level(0), "2");
+    boost::log::sources::logger plain;
+    BOOST_LOG(plain) << "not ours";
     EXPECT_FALSE(source.remove_sink(stranger.handle));
     EXPECT_TRUE(source.remove_sink(sink.handle));
     v2::log_str(source.get_child_logger("after.remove"), level(0), "3");
     v2::log_str(before, level(0), "4");
     EXPECT_EQ(sink.lines(), (Strings{"[before] 1", "[after.add] 2"}));
     EXPECT_TRUE(stranger.lines().empty());
+    EXPECT_TRUE(dynamic_cast<boost::log::sinks::synchronous_sink<capture_backend>*>(
+        v2::sink::detail::get_unwrapped_sink(sink.handle).get()));
 }
 
 TEST_F(Routing, NullSinksAreRefusedAndChangeNothing)
 {
     source.add_sink(sink.handle);
+    EXPECT_FALSE(v2::sink::detail::get_unwrapped_sink(nullptr));
+    EXPECT_FALSE(v2::sink::detail::get_unwrapped_sink(std::make_shared<v2::sink::base>(
+        boost::log::attribute_name("nothing"), boost::shared_ptr<boost::log::sinks::sink>())));
     EXPECT_EQ(thrown_text<std::invalid_argument>([&] { source.add_sink(nullptr); }),
               "logger_source::add_sink: the sink is null");
     EXPECT_EQ(thrown_text<std::invalid_argument>([&] { source.remove_sink(nullptr); }),
@@ -72,30 +68,6 @@ TEST_F(Routing, HandlesSharingANameShareOneMarker)
     EXPECT_EQ(sink.lines(), Strings{"[l] both"});
     EXPECT_EQ(second.lines(), Strings{"[l] both"}) << "still attached, but unmarked";
     EXPECT_TRUE(dropped.lines().empty());
-}
-
-TEST_F(Routing, FinishedSourceFeedsNoSinkThoughItKeepsThem)
-{
-    std::optional<v2::logger> survivor;
-    std::shared_ptr<v2::logger_source::data> d;
-    {
-        v2::logger_source finished;
-        finished.add_sink(sink.handle);
-        finished.start_logging(level(0));
-        survivor = finished.get_child_logger("s");
-        d = finished.get_data();
-    }
-    EXPECT_EQ(d->sinks.count(sink.handle), 1u);
-    v2::log_str(*survivor, level(0), "after finish");
-    EXPECT_TRUE(sink.lines().empty());
-}
-
-TEST_F(Routing, RecordsFromOutsideAnySourceAreRejected)
-{
-    source.add_sink(sink.handle);
-    boost::log::sources::logger plain;
-    BOOST_LOG(plain) << "not ours";
-    EXPECT_TRUE(sink.lines().empty());
 }
 
 } // namespace
