@@ -1,4 +1,5 @@
-// The path of one message: state and level test, lazy text, the record, and the early queue.
+// The path of one message: the level test (shared with is_enabled), lazy text, the record, and
+// the early queue.
 #include "message_path.hpp"
 
 #include "assert.hpp"
@@ -144,6 +145,19 @@ bool take_text(logger_source::data::message& m)
     return !m.text.empty();
 }
 
+// The test that decides whether a message is worth its text: on a running source, its level
+// against the logger's (a relaxed load: a level set concurrently may take effect a message
+// late); before the start, always (the replay filters it against the levels of that moment);
+// once finished, never.
+inline bool accepts(logger::data const& node, log_level level) noexcept
+{
+    auto const current = node.source->current.load();
+    if (current == state::running) {
+        return level >= node.level.load(std::memory_order_relaxed);
+    }
+    return current == state::enqueueing;
+}
+
 class constant_logger final : public log_function_ref {
 public:
     explicit constant_logger(std::string_view text)
@@ -245,15 +259,18 @@ void logger_source::data::add_log_message(message& m)
 void logger::log(log_level level, log_function_ref const& text) const
 {
     logger::data* node = node_.get();
-    logger_source::data& source = *node->source;
-    // The hot path: a running source drops a message below its logger's level right here, with
-    // one load of the state and one of the level, before any message is built.
-    if (source.current.load() == state::running &&
-        level < node->level.load(std::memory_order_relaxed)) {
+    // The hot path: a message below its logger's level ends here, with one load of the state and
+    // one of the level, before any message is built.
+    if (!accepts(*node, level)) {
         return;
     }
     logger_source::data::message m{node, level, &text, {}};
-    source.add_log_message(m);
+    node->source->add_log_message(m);
+}
+
+bool logger::is_enabled(log_level level) const noexcept
+{
+    return accepts(*node_, level);
 }
 
 void log_str(logger const& l, log_level level, std::string_view text)
