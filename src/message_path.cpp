@@ -7,6 +7,7 @@
 #include "logger_source.hpp"
 #include "logger_tree.hpp"
 #include "record_names.hpp"
+#include "routing.hpp"
 
 #include <boost/log/attributes/attribute_value_impl.hpp>
 #include <boost/log/attributes/value_extraction.hpp>
@@ -44,6 +45,10 @@ public:
 
     bool will_consume(boost::log::attribute_value_set const& values) override
     {
+        // While no tree holds records, no record carries the marker (routing.hpp).
+        if (impl::trees_enqueueing.load(std::memory_order_relaxed) == 0) {
+            return false;
+        }
         auto found = values.find(name);
         return found != values.end() && bool(found->second);
     }

@@ -1,5 +1,6 @@
 // Routing: attaching a sink puts its marker on every node of a source's tree; a record reaches
 // exactly the sinks whose markers its node carries.
+#include "routing.hpp"
 #include "assert.hpp"
 #include "logger_source.hpp"
 #include "logger_tree.hpp"
@@ -15,8 +16,13 @@ bool logger_source::add_sink(std::shared_ptr<sink::base> sink)
     }
     auto d = get_data();
     std::lock_guard<std::mutex> lock(d->mutex);
+    if (!d->sinks.insert(sink).second) {
+        return false;
+    }
+    // Counted before the first marker appears (routing.hpp).
+    impl::count_attachment(*sink, true);
     d->add_sink(sink->name);
-    return d->sinks.insert(std::move(sink)).second;
+    return true;
 }
 
 bool logger_source::remove_sink(std::shared_ptr<sink::base> sink)
@@ -26,9 +32,15 @@ bool logger_source::remove_sink(std::shared_ptr<sink::base> sink)
     }
     auto d = get_data();
     std::lock_guard<std::mutex> lock(d->mutex);
+    if (d->sinks.count(sink) == 0) {
+        return false;
+    }
     d->remove_sink(sink->name);
+    // Uncounted after the last marker is gone (routing.hpp).
+    impl::count_attachment(*sink, false);
     // `sink` still holds the handle, so it is never destroyed under the source's mutex.
-    return d->sinks.erase(sink) > 0;
+    d->sinks.erase(sink);
+    return true;
 }
 
 void logger_source::data::add_sink(boost::log::attribute_name const& name)

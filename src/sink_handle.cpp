@@ -2,17 +2,23 @@
 #include "VTLog/v2/log.hpp"
 
 #include "record_names.hpp"
+#include "routing.hpp"
 
 #include <boost/log/attributes/attribute_value_set.hpp>
 #include <boost/log/core/core.hpp>
 #include <boost/make_shared.hpp>
+
+#include <atomic>
+#include <cstddef>
 
 namespace VT::Logging::v2::sink {
 namespace {
 
 // Admits a record only if it carries the sink's marker (its logger's source has the sink
 // attached) and not the enqueueing marker (its source is still holding records); only then is
-// the inner sink's own filter consulted.
+// the inner sink's own filter consulted. Every registered sink is asked about every record, so
+// a sink attached to no source, and every sink while no tree is holding records, answers from a
+// count instead of looking among the record's values (see routing.hpp).
 class filtering_sink_wrapper : public boost::log::sinks::sink {
 public:
     filtering_sink_wrapper(boost::shared_ptr<boost::log::sinks::sink> inner_sink,
@@ -26,13 +32,18 @@ public:
 
     bool will_consume(boost::log::attribute_value_set const& attrs) override
     {
+        if (attached_sources.load(std::memory_order_relaxed) == 0) {
+            return false;
+        }
         auto const marker = attrs.find(sink_name);
         if (marker == attrs.end() || !marker->second) {
             return false;
         }
-        auto const enqueueing = attrs.find(enqueueing_name);
-        if (enqueueing != attrs.end() && enqueueing->second) {
-            return false;
+        if (impl::trees_enqueueing.load(std::memory_order_relaxed) != 0) {
+            auto const enqueueing = attrs.find(enqueueing_name);
+            if (enqueueing != attrs.end() && enqueueing->second) {
+                return false;
+            }
         }
         return inner->will_consume(attrs);
     }
@@ -47,6 +58,8 @@ public:
     void flush() override { inner->flush(); }
 
     boost::shared_ptr<boost::log::sinks::sink> const inner;
+    // Changed under the mutex of the attaching source, read by the filter without a lock.
+    std::atomic<std::size_t> attached_sources{0};
 
 private:
     boost::log::attribute_name const sink_name;
@@ -96,3 +109,21 @@ get_unwrapped_sink(std::shared_ptr<base> const& handle) noexcept
 
 } // namespace detail
 } // namespace VT::Logging::v2::sink
+
+namespace VT::Logging::v2::impl {
+
+void count_attachment(sink::base const& handle, bool attached) noexcept
+{
+    if (!handle.wrapper) {
+        return;
+    }
+    // Every non-empty wrapper of a handle is made by wrap() above.
+    auto& counter = static_cast<sink::filtering_sink_wrapper&>(*handle.wrapper).attached_sources;
+    if (attached) {
+        counter.fetch_add(1, std::memory_order_relaxed);
+    } else {
+        counter.fetch_sub(1, std::memory_order_relaxed);
+    }
+}
+
+} // namespace VT::Logging::v2::impl
