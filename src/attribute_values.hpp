@@ -61,4 +61,35 @@ public:
     }
 };
 
+// Views the caller's message text, like string_view_attribute_value, but its view can be
+// pointed at the next message once no record holds the value any more: a thread reuses one
+// such value for all its records instead of allocating one per record.
+class message_view_value final : public boost::log::attribute_value::impl {
+public:
+    bool dispatch(boost::log::type_dispatcher& dispatcher) override
+    {
+        if (auto as_view = dispatcher.get_callback<std::string_view>()) {
+            as_view(text_);
+            return true;
+        }
+        return false;
+    }
+
+    boost::typeindex::type_index get_type() const override
+    {
+        return boost::typeindex::type_id<std::string_view>();
+    }
+
+    boost::intrusive_ptr<boost::log::attribute_value::impl> detach_from_thread() override
+    {
+        return new string_attribute_value<char>(std::string(text_));
+    }
+
+    // Only while the caller holds the one reference to this value.
+    void view(std::string_view text) noexcept { text_ = text; }
+
+private:
+    std::string_view text_;
+};
+
 } // namespace VT::Logging::v2::impl

@@ -16,6 +16,7 @@
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 
 namespace VT::Logging::v2 {
@@ -163,6 +164,62 @@ inline bool accepts(logger::data const& node, log_level level) noexcept
     return current == state::enqueueing;
 }
 
+// The named levels share one immutable value each, so their records allocate none; any other
+// level gets a value of its own.
+boost::log::attribute_value level_value(log_level level)
+{
+    using value_type = boost::log::attributes::attribute_value_impl<log_level>;
+    constexpr auto named_levels = static_cast<std::size_t>(log_level::critical) + 1;
+    // Never destroyed, so threads that log while the process exits still find them.
+    static auto const* const named = [] {
+        auto* values = new std::array<boost::log::attribute_value, named_levels>();
+        for (std::size_t i = 0; i < named_levels; ++i) {
+            (*values)[i] = boost::log::attribute_value(new value_type(static_cast<log_level>(i)));
+        }
+        return values;
+    }();
+    auto const index = static_cast<std::size_t>(level);
+    if (index < named_levels) {
+        return (*named)[index];
+    }
+    return boost::log::attribute_value(new value_type(level));
+}
+
+// The calling thread's reusable message value, holding one reference to it until the thread
+// ends. After that (a thread-local destructor that logs), every record gets a value of its own.
+struct thread_message_value {
+    impl::message_view_value* value = nullptr;
+    bool retired = false;
+
+    ~thread_message_value()
+    {
+        retired = true;
+        if (value != nullptr) {
+            intrusive_ptr_release(value);
+            value = nullptr;
+        }
+    }
+};
+
+thread_local thread_message_value thread_message;
+
+// A value viewing `text`: the thread's own one when no record of an earlier call still holds it
+// (a record kept past its call is detached from the thread first, and so holds a copy instead).
+boost::log::attribute_value message_value(std::string_view text)
+{
+    auto& slot = thread_message;
+    if (slot.value == nullptr && !slot.retired) {
+        slot.value = new impl::message_view_value();
+        intrusive_ptr_add_ref(slot.value);
+    }
+    impl::message_view_value* value = slot.value;
+    if (value == nullptr || value->use_count() != 1) {
+        value = new impl::message_view_value();
+    }
+    value->view(text);
+    return boost::log::attribute_value(value);
+}
+
 class constant_logger final : public log_function_ref {
 public:
     explicit constant_logger(std::string_view text)
@@ -188,14 +245,11 @@ boost::shared_ptr<boost::log::sinks::sink> queueing_sink_instance()
 
 boost::log::record logger_source::data::make_record(message& m)
 {
-    boost::log::attribute_value level_value(
-        new boost::log::attributes::attribute_value_impl<log_level>(m.level));
-    boost::log::attribute_value message_value(new impl::string_view_attribute_value<char>(m.text));
     auto& node_logger = m.logger->source_logger;
     if (!node_logger.logging_core()->get_logging_enabled()) {
         return {};
     }
-    return node_logger.open_message_record(std::move(level_value), std::move(message_value));
+    return node_logger.open_message_record(level_value(m.level), message_value(m.text));
 }
 
 void logger_source::data::add_log_message(message& m)

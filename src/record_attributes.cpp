@@ -102,29 +102,38 @@ public:
     }
 };
 
-// The calling thread's name, created empty on the thread's first use and deleted when the
-// thread ends. Only its own thread touches it, so it needs no lock. The slot is never destroyed,
+// The calling thread's name and the value its records carry, created on the thread's first use
+// and deleted when the thread ends. Only its own thread touches it, so it needs no lock. The
+// value owns its copy of the name and never changes: records of this thread share it, and one
+// that outlives its call (or its thread) keeps it as it is. The slot itself is never destroyed,
 // so threads that log while the process exits still find it.
-std::string& thread_name()
+struct thread_name_slot {
+    std::string name;
+    boost::log::attribute_value value; // empty until the first record after a change of name
+};
+
+thread_name_slot& thread_name()
 {
-    static auto& names = *new boost::thread_specific_ptr<std::string>();
-    if (!names.get()) {
-        names.reset(new std::string());
+    static auto& slots = *new boost::thread_specific_ptr<thread_name_slot>();
+    if (!slots.get()) {
+        slots.reset(new thread_name_slot());
     }
-    return *names;
+    return *slots;
 }
 
-// The calling thread's name, as a view: opening a record copies nothing. The view is valid
-// while the thread keeps that name; a record that outlives the call is detached from the thread
-// first, which copies the text.
+// The calling thread's name: opening a record copies nothing.
 class thread_name_attribute : public boost::log::attribute {
 public:
     class impl : public boost::log::attribute::impl {
     public:
         boost::log::attribute_value get_value() override
         {
-            return boost::log::attribute_value(
-                new v2::impl::string_view_attribute_value<char>(std::string_view(thread_name())));
+            auto& slot = thread_name();
+            if (!slot.value) {
+                slot.value = boost::log::attribute_value(
+                    new v2::impl::string_attribute_value<char>(slot.name));
+            }
+            return slot.value;
         }
     };
 
@@ -138,7 +147,9 @@ public:
 
 void set_current_thread_name(std::string const& name)
 {
-    thread_name() = name;
+    auto& slot = thread_name();
+    slot.name = name;
+    slot.value = boost::log::attribute_value();
 }
 
 namespace impl {
