@@ -7,7 +7,6 @@
 #include "record_names.hpp"
 #include "time_text.hpp"
 
-#include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <boost/log/attributes/attribute.hpp>
 #include <boost/log/attributes/attribute_value.hpp>
 #include <boost/log/attributes/value_extraction.hpp>
@@ -66,12 +65,7 @@ private:
     std::string_view const& text()
     {
         if (view_.data() == nullptr) {
-            // Whole microseconds since the epoch, as Boost's microsecond clock reads the time.
-            static boost::posix_time::ptime const epoch(boost::gregorian::date(1970, 1, 1));
-            auto const since_epoch =
-                std::chrono::duration_cast<std::chrono::microseconds>(now_.time_since_epoch());
-            text_ = v2::impl::local_time_text(epoch +
-                                              boost::posix_time::microseconds(since_epoch.count()));
+            text_ = v2::impl::local_time_text(now_);
             view_ = v2::impl::view_of(text_);
         }
         return view_;
