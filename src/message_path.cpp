@@ -185,37 +185,12 @@ boost::log::attribute_value level_value(log_level level)
     return boost::log::attribute_value(new value_type(level));
 }
 
-// The calling thread's reusable message value, holding one reference to it until the thread
-// ends. After that (a thread-local destructor that logs), every record gets a value of its own.
-struct thread_message_value {
-    impl::message_view_value* value = nullptr;
-    bool retired = false;
+thread_local impl::thread_reusable_value<impl::message_view_value> thread_message_value;
 
-    ~thread_message_value()
-    {
-        retired = true;
-        if (value != nullptr) {
-            intrusive_ptr_release(value);
-            value = nullptr;
-        }
-    }
-};
-
-thread_local thread_message_value thread_message;
-
-// A value viewing `text`: the thread's own one when no record of an earlier call still holds it
-// (a record kept past its call is detached from the thread first, and so holds a copy instead).
+// A value viewing `text`, the thread's own one when no record of an earlier call holds it.
 boost::log::attribute_value message_value(std::string_view text)
 {
-    auto& slot = thread_message;
-    if (slot.value == nullptr && !slot.retired) {
-        slot.value = new impl::message_view_value();
-        intrusive_ptr_add_ref(slot.value);
-    }
-    impl::message_view_value* value = slot.value;
-    if (value == nullptr || value->use_count() != 1) {
-        value = new impl::message_view_value();
-    }
+    auto* const value = thread_message_value.take();
     value->view(text);
     return boost::log::attribute_value(value);
 }

@@ -23,15 +23,18 @@ namespace {
 // The "time string" value: the clock reading taken when the record is opened, converted and
 // printed as local-time text the first time something reads it, into the value's own buffer. A
 // record that no formatter asks for its time (the console line) never converts or prints it. Like
-// the thread-name view it belongs to the thread that opened the record: a record that leaves that
+// the message value it belongs to the thread that opened the record: a record that leaves that
 // thread is detached first, which prints the text into an immutable value.
 class time_text_value : public boost::log::attribute_value::impl {
 public:
     using clock = std::chrono::system_clock;
 
-    explicit time_text_value(clock::time_point now)
-        : now_(now)
+    // Starts the value over for a new record: a reading of the clock, and no text yet.
+    void reset(clock::time_point now)
     {
+        now_ = now;
+        view_ = {};
+        string_.reset();
     }
 
     bool dispatch(boost::log::type_dispatcher& dispatcher) override
@@ -71,7 +74,7 @@ private:
         return view_;
     }
 
-    clock::time_point const now_;
+    clock::time_point now_;
     v2::impl::time_text text_;
     std::string_view view_; // null until the first read
     std::optional<std::string> string_;
@@ -86,7 +89,11 @@ public:
     public:
         boost::log::attribute_value get_value() override
         {
-            return boost::log::attribute_value(new time_text_value(time_text_value::clock::now()));
+            // Each thread reuses one value while no record holds it (thread_reusable_value).
+            thread_local v2::impl::thread_reusable_value<time_text_value> thread_value;
+            auto* const value = thread_value.take();
+            value->reset(time_text_value::clock::now());
+            return boost::log::attribute_value(value);
         }
     };
 
