@@ -2,6 +2,7 @@
 #include "VTLog/v2/log.hpp"
 
 #include "directory_sink.hpp"
+#include "formatted_text.hpp"
 #include "log_files.hpp"
 #include "record_names.hpp"
 
@@ -89,11 +90,6 @@ public:
     std::shared_ptr<pattern_sink_data> const registry;
 };
 
-void write(boost::log::formatting_ostream& out, std::string_view text)
-{
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-}
-
 // Boost.Log's text form of a thread identifier: "0x" and the native value in lower-case
 // hexadecimal digits, as many as it has nibbles.
 void append_thread_id(fmt::memory_buffer& line, boost::log::thread_id const& id)
@@ -140,16 +136,17 @@ void full_formatter(boost::log::record_view const& record, boost::log::formattin
         fields.push_back(']');
     }
     fields.push_back('\t');
-    write(out, std::string_view(fields.data(), fields.size()));
+    impl::begin_text(out);
+    impl::append_text(out, std::string_view(fields.data(), fields.size()));
 
     std::string_view text = *message;
     for (auto end = text.find('\n'); end != std::string_view::npos && end + 1 < text.size();
          end = text.find('\n')) {
-        write(out, text.substr(0, end + 1));
-        write(out, "\t\t\t");
+        impl::append_text(out, text.substr(0, end + 1));
+        impl::append_text(out, "\t\t\t");
         text.remove_prefix(end + 1);
     }
-    write(out, text);
+    impl::append_text(out, text);
 }
 
 // Refuses a pattern whose files would share a directory with anything but logs: every file of
