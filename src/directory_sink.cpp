@@ -95,10 +95,12 @@ public:
 void append_thread_id(fmt::memory_buffer& line, boost::log::thread_id const& id)
 {
     auto const native = id.native_id();
-    line.append(std::string_view("0x"));
-    for (int shift = static_cast<int>(sizeof(native)) * 8 - 4; shift >= 0; shift -= 4) {
-        line.push_back("0123456789abcdef"[(native >> shift) & 0xf]);
+    constexpr int digits = static_cast<int>(sizeof(native)) * 2;
+    char text[2 + digits] = {'0', 'x'};
+    for (int i = 0; i < digits; ++i) {
+        text[2 + i] = "0123456789abcdef"[(native >> ((digits - 1 - i) * 4)) & 0xf];
     }
+    line.append(std::string_view(text, sizeof(text)));
 }
 
 // One file line; the back end adds the final newline. Fields are separated by tabs, and every
