@@ -106,20 +106,36 @@ public:
 // The calling thread's name and the value its records carry, created on the thread's first use
 // and deleted when the thread ends. Only its own thread touches it, so it needs no lock. The
 // value owns its copy of the name and never changes: records of this thread share it, and one
-// that outlives its call (or its thread) keeps it as it is. The slot itself is never destroyed,
-// so threads that log while the process exits still find it.
+// that outlives its call (or its thread) keeps it as it is.
 struct thread_name_slot {
+    ~thread_name_slot();
+
     std::string name;
     boost::log::attribute_value value; // empty until the first record after a change of name
 };
 
+// The calling thread's slot, found without the thread-specific look-up once known; cleared when
+// the slot is deleted, so a thread that logs after that (from a later exit handler) makes a
+// new one.
+thread_local thread_name_slot* known_slot = nullptr;
+
+thread_name_slot::~thread_name_slot()
+{
+    known_slot = nullptr;
+}
+
 thread_name_slot& thread_name()
 {
+    if (known_slot != nullptr) {
+        return *known_slot;
+    }
+    // Never destroyed, so threads that log while the process exits still find it.
     static auto& slots = *new boost::thread_specific_ptr<thread_name_slot>();
     if (!slots.get()) {
         slots.reset(new thread_name_slot());
     }
-    return *slots;
+    known_slot = slots.get();
+    return *known_slot;
 }
 
 // The calling thread's name: opening a record copies nothing.
