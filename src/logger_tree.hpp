@@ -36,7 +36,7 @@ inline thread_local message_values const* current_message = nullptr;
 
 using threading_model = boost::log::sources::multi_thread_model<boost::shared_mutex>;
 
-// The Boost.Log feature that gives a node's logger its per-thread message slot.
+// The Boost.Log feature that opens a node's records with the calling thread's message.
 template <class BaseT>
 class basic_vt_logger : public BaseT {
 public:
