@@ -6,7 +6,6 @@
 #include "message_path.hpp"
 #include "record_attributes.hpp"
 #include "record_names.hpp"
-#include "routing.hpp"
 
 #include <boost/log/attributes/attribute_value_impl.hpp>
 #include <boost/log/attributes/value_extraction.hpp>
@@ -45,7 +44,6 @@ void logger_source::data::make_root()
     VT_ASSERT(!root);
     root = std::make_shared<logger::data>(shared_from_this());
     set_up_process_once();
-    impl::trees_enqueueing.fetch_add(1, std::memory_order_relaxed);
     add_sink(impl::record_names::get().enqueueing_sink);
 }
 
@@ -138,7 +136,6 @@ void logger_source::data::run()
     }
     current.exchange(state::running);
     remove_sink(names.enqueueing_sink);
-    impl::trees_enqueueing.fetch_sub(1, std::memory_order_relaxed);
 }
 
 void logger_source::data::finish()
@@ -148,13 +145,6 @@ void logger_source::data::finish()
     VT_ASSERT(c != state::finished);
     current.exchange(state::finished);
     remove_all_sinks();
-    // The markers are gone (routing.hpp); the handles stay in `sinks` until the data dies.
-    if (c == state::enqueueing) {
-        impl::trees_enqueueing.fetch_sub(1, std::memory_order_relaxed);
-    }
-    for (auto const& sink : sinks) {
-        impl::count_attachment(*sink, false);
-    }
     pinned_children.clear();
     queue.clear();
     root.reset();

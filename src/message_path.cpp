@@ -33,6 +33,7 @@ public:
     queueing_sink()
         : boost::log::sinks::sink(true)
         , name(impl::record_names::get().enqueueing_sink)
+        , trees_enqueueing(impl::marker_count(name))
     {
     }
 
@@ -47,7 +48,7 @@ public:
     bool will_consume(boost::log::attribute_value_set const& values) override
     {
         // While no tree holds records, no record carries the marker (routing.hpp).
-        if (impl::trees_enqueueing.load(std::memory_order_relaxed) == 0) {
+        if (trees_enqueueing.load(std::memory_order_relaxed) == 0) {
             return false;
         }
         auto found = values.find(name);
@@ -124,6 +125,7 @@ private:
     }
 
     boost::log::attribute_name const name;
+    std::atomic<std::size_t> const& trees_enqueueing;
 };
 
 // Leading and trailing white space and NUL bytes are not part of a message.

@@ -17,8 +17,8 @@ namespace {
 // Admits a record only if it carries the sink's marker (its logger's source has the sink
 // attached) and not the enqueueing marker (its source is still holding records); only then is
 // the inner sink's own filter consulted. Every registered sink is asked about every record, so
-// a sink attached to no source, and every sink while no tree is holding records, answers from a
-// count instead of looking among the record's values (see routing.hpp).
+// a sink whose name no tree carries, and every sink while no tree is holding records, answers
+// from a count instead of looking among the record's values (see routing.hpp).
 class filtering_sink_wrapper : public boost::log::sinks::sink {
 public:
     filtering_sink_wrapper(boost::shared_ptr<boost::log::sinks::sink> inner_sink,
@@ -27,19 +27,21 @@ public:
         , inner(std::move(inner_sink))
         , sink_name(name)
         , enqueueing_name(enqueueing)
+        , trees_marked(impl::marker_count(name))
+        , trees_enqueueing(impl::marker_count(enqueueing))
     {
     }
 
     bool will_consume(boost::log::attribute_value_set const& attrs) override
     {
-        if (attached_sources.load(std::memory_order_relaxed) == 0) {
+        if (trees_marked.load(std::memory_order_relaxed) == 0) {
             return false;
         }
         auto const marker = attrs.find(sink_name);
         if (marker == attrs.end() || !marker->second) {
             return false;
         }
-        if (impl::trees_enqueueing.load(std::memory_order_relaxed) != 0) {
+        if (trees_enqueueing.load(std::memory_order_relaxed) != 0) {
             auto const enqueueing = attrs.find(enqueueing_name);
             if (enqueueing != attrs.end() && enqueueing->second) {
                 return false;
@@ -58,12 +60,12 @@ public:
     void flush() override { inner->flush(); }
 
     boost::shared_ptr<boost::log::sinks::sink> const inner;
-    // Changed under the mutex of the attaching source, read by the filter without a lock.
-    std::atomic<std::size_t> attached_sources{0};
 
 private:
     boost::log::attribute_name const sink_name;
     boost::log::attribute_name const enqueueing_name;
+    std::atomic<std::size_t> const& trees_marked;
+    std::atomic<std::size_t> const& trees_enqueueing;
 };
 
 boost::shared_ptr<boost::log::sinks::sink> wrap(boost::shared_ptr<boost::log::sinks::sink> sink,
@@ -109,21 +111,3 @@ get_unwrapped_sink(std::shared_ptr<base> const& handle) noexcept
 
 } // namespace detail
 } // namespace VT::Logging::v2::sink
-
-namespace VT::Logging::v2::impl {
-
-void count_attachment(sink::base const& handle, bool attached) noexcept
-{
-    if (!handle.wrapper) {
-        return;
-    }
-    // Every non-empty wrapper of a handle is made by wrap() above.
-    auto& counter = static_cast<sink::filtering_sink_wrapper&>(*handle.wrapper).attached_sources;
-    if (attached) {
-        counter.fetch_add(1, std::memory_order_relaxed);
-    } else {
-        counter.fetch_sub(1, std::memory_order_relaxed);
-    }
-}
-
-} // namespace VT::Logging::v2::impl

@@ -14,12 +14,14 @@ namespace {
 using namespace vtlog_test;
 using Strings = std::vector<std::string>;
 
-// Attachments are counted per source: detaching from one source, twice, or finishing another
-// leaves the sink fed by the source it is still attached to. A finished or started tree is
-// no longer holding records, but one that still is keeps its records from the sinks.
+// Markers are counted per tree: detaching from one source, twice, or finishing another leaves
+// the sink fed by the source it is still attached to, and so is a twin handle of the same name
+// that was never attached. A finished or started tree is no longer holding records, but one
+// that still is keeps its records from the sinks.
 TEST(PerfGuard, CountsFollowEverySourceOfASink)
 {
     capture_sink sink;
+    capture_sink twin;
     v2::logger_source kept, detached, holding;
     kept.add_sink(sink.handle);
     detached.add_sink(sink.handle);
@@ -40,6 +42,7 @@ TEST(PerfGuard, CountsFollowEverySourceOfASink)
     EXPECT_EQ(sink.lines(), Strings{"[k] live"});
     holding.start_logging(level(0));
     EXPECT_EQ(sink.lines(), (Strings{"[k] live", "[h] held"}));
+    EXPECT_EQ(twin.lines(), sink.lines());
 }
 
 // Logs a second message from inside the sink while the first record is being written, then
