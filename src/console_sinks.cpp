@@ -1,6 +1,7 @@
 // The process-wide standard-output and standard-error sinks: "[domain] message" per line.
 #include "VTLog/v2/log.hpp"
 
+#include "formatted_text.hpp"
 #include "record_names.hpp"
 
 #include <boost/core/null_deleter.hpp>
@@ -28,10 +29,13 @@ void simple_formatter(boost::log::record_view const& record, boost::log::formatt
     if (!message) {
         return;
     }
+    impl::begin_text(out);
     if (auto const channel = boost::log::extract<std::string_view>(names.channel, values)) {
-        out << '[' << *channel << "] ";
+        impl::append_text(out, "[");
+        impl::append_text(out, *channel);
+        impl::append_text(out, "] ");
     }
-    out << *message;
+    impl::append_text(out, *message);
 }
 
 // A front end writing to `stream`, which it never owns or closes. Its lock makes each record's

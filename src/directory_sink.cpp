@@ -2,6 +2,7 @@
 #include "VTLog/v2/log.hpp"
 
 #include "directory_sink.hpp"
+#include "formatted_text.hpp"
 #include "log_files.hpp"
 #include "record_names.hpp"
 
@@ -89,20 +90,17 @@ public:
     std::shared_ptr<pattern_sink_data> const registry;
 };
 
-void write(boost::log::formatting_ostream& out, std::string_view text)
-{
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-}
-
 // Boost.Log's text form of a thread identifier: "0x" and the native value in lower-case
 // hexadecimal digits, as many as it has nibbles.
 void append_thread_id(fmt::memory_buffer& line, boost::log::thread_id const& id)
 {
     auto const native = id.native_id();
-    line.append(std::string_view("0x"));
-    for (int shift = static_cast<int>(sizeof(native)) * 8 - 4; shift >= 0; shift -= 4) {
-        line.push_back("0123456789abcdef"[(native >> shift) & 0xf]);
+    constexpr int digits = static_cast<int>(sizeof(native)) * 2;
+    char text[2 + digits] = {'0', 'x'};
+    for (int i = 0; i < digits; ++i) {
+        text[2 + i] = "0123456789abcdef"[(native >> ((digits - 1 - i) * 4)) & 0xf];
     }
+    line.append(std::string_view(text, sizeof(text)));
 }
 
 // One file line; the back end adds the final newline. Fields are separated by tabs, and every
@@ -140,16 +138,17 @@ void full_formatter(boost::log::record_view const& record, boost::log::formattin
         fields.push_back(']');
     }
     fields.push_back('\t');
-    write(out, std::string_view(fields.data(), fields.size()));
+    impl::begin_text(out);
+    impl::append_text(out, std::string_view(fields.data(), fields.size()));
 
     std::string_view text = *message;
     for (auto end = text.find('\n'); end != std::string_view::npos && end + 1 < text.size();
          end = text.find('\n')) {
-        write(out, text.substr(0, end + 1));
-        write(out, "\t\t\t");
+        impl::append_text(out, text.substr(0, end + 1));
+        impl::append_text(out, "\t\t\t");
         text.remove_prefix(end + 1);
     }
-    write(out, text);
+    impl::append_text(out, text);
 }
 
 // Refuses a pattern whose files would share a directory with anything but logs: every file of

@@ -16,25 +16,26 @@ namespace VT::Logging::v2 {
 namespace impl {
 namespace {
 
-// Yields one member of the calling thread's message slot of a node.
-template <class Storage, boost::log::attribute_value message_data<char>::*Member>
-class thread_local_attribute_impl : public boost::log::attribute::impl {
+// Yields one member of the message whose record the calling thread is opening. Stateless, so
+// every node shares the same two attributes.
+template <boost::log::attribute_value message_values::*Member>
+class current_message_attribute : public boost::log::attribute::impl {
 public:
-    explicit thread_local_attribute_impl(Storage* s)
-        : s_(s)
-    {
-    }
-
     boost::log::attribute_value get_value() override
     {
-        Storage* s = s_;
-        VT_ASSERT(s);
-        return s->local().*Member;
+        auto const* const values = current_message;
+        VT_ASSERT(values);
+        return values->*Member;
     }
-
-private:
-    Storage* const s_;
 };
+
+template <boost::log::attribute_value message_values::*Member>
+boost::log::attribute const& message_attribute()
+{
+    static auto const* const attribute =
+        new boost::log::attribute(new current_message_attribute<Member>());
+    return *attribute;
+}
 
 // Gives every record the same value; the value decides what it becomes when a record leaves
 // the logging thread.
@@ -50,12 +51,6 @@ public:
 private:
     boost::log::attribute_value const value_;
 };
-
-template <boost::log::attribute_value message_data<char>::*Member>
-boost::log::attribute thread_local_attribute(message_storage* slot)
-{
-    return boost::log::attribute(new thread_local_attribute_impl<message_storage, Member>(slot));
-}
 
 void insert_or_replace(boost::log::attribute_set& attributes,
                        boost::log::attribute_name const& name,
@@ -104,9 +99,9 @@ void basic_vt_logger<BaseT>::set_up_attributes_unlocked()
 {
     auto const& names = record_names::get();
     insert_or_replace(this->attributes(), names.severity,
-                      thread_local_attribute<&message_data<char>::level_value>(&message_slot_));
+                      message_attribute<&message_values::level>());
     insert_or_replace(this->attributes(), names.message,
-                      thread_local_attribute<&message_data<char>::message_value>(&message_slot_));
+                      message_attribute<&message_values::message>());
 }
 
 } // namespace impl

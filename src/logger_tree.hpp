@@ -9,7 +9,6 @@
 #include <boost/log/sources/features.hpp>
 #include <boost/log/sources/threading_models.hpp>
 #include <boost/thread/shared_mutex.hpp>
-#include <boost/thread/tss.hpp>
 
 #include <atomic>
 #include <functional>
@@ -24,36 +23,20 @@
 namespace VT::Logging::v2 {
 namespace impl {
 
-// The calling thread's current message on one node: what the node's two thread-local
-// attributes yield while a record is being opened.
-template <class CharT>
-struct message_data {
-    boost::log::attribute_value level_value;
-    boost::log::attribute_value message_value;
+// The level and text of the message whose record the calling thread is opening: what every
+// node's two message attributes yield while that record takes its values.
+struct message_values {
+    boost::log::attribute_value level;
+    boost::log::attribute_value message;
 };
 
-// One slot per thread, created on first use and deleted when its thread ends.
-template <class T, class ThreadingModel>
-class storage {
-public:
-    T& local()
-    {
-        T* slot = slot_.get();
-        if (!slot) {
-            slot = new T();
-            slot_.reset(slot);
-        }
-        return *slot;
-    }
-
-private:
-    boost::thread_specific_ptr<T> slot_;
-};
+// Set only for the duration of one open_message_record on this thread, and restored after it,
+// so a record opened inside another's (a sink that logs) takes its own message.
+inline thread_local message_values const* current_message = nullptr;
 
 using threading_model = boost::log::sources::multi_thread_model<boost::shared_mutex>;
-using message_storage = storage<message_data<char>, threading_model>;
 
-// The Boost.Log feature that gives a node's logger its per-thread message slot.
+// The Boost.Log feature that opens a node's records with the calling thread's message.
 template <class BaseT>
 class basic_vt_logger : public BaseT {
 public:
@@ -69,18 +52,18 @@ public:
                                            boost::log::attribute_value message_value)
     {
         boost::log::aux::shared_lock_guard<threading_model> lock(this->get_threading_model());
-        message_data<char>& slot = message_slot_.local();
-        slot.level_value = std::move(level_value);
-        slot.message_value = std::move(message_value);
+        message_values const values{std::move(level_value), std::move(message_value)};
+        struct current_scope {
+            message_values const* const outer = current_message;
+            ~current_scope() { current_message = outer; }
+        } const scope;
+        current_message = &values;
         return this->core()->open_record(this->attributes());
     }
 
-    // Installs the two thread-local attributes (the level and "ggmessage"), replacing any
-    // attribute of the same name. Called before the node is shared.
+    // Installs the two message attributes (the level and "ggmessage"), replacing any attribute
+    // of the same name. Called before the node is shared.
     void set_up_attributes_unlocked();
-
-private:
-    message_storage message_slot_;
 };
 
 struct vt_logger_feature {

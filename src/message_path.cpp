@@ -1,4 +1,5 @@
-// The path of one message: state and level test, lazy text, the record, and the early queue.
+// The path of one message: the level test (shared with is_enabled), lazy text, the record, and
+// the early queue.
 #include "message_path.hpp"
 
 #include "assert.hpp"
@@ -6,6 +7,7 @@
 #include "logger_source.hpp"
 #include "logger_tree.hpp"
 #include "record_names.hpp"
+#include "routing.hpp"
 
 #include <boost/log/attributes/attribute_value_impl.hpp>
 #include <boost/log/attributes/value_extraction.hpp>
@@ -14,6 +16,7 @@
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 
 namespace VT::Logging::v2 {
@@ -30,6 +33,7 @@ public:
     queueing_sink()
         : boost::log::sinks::sink(true)
         , name(impl::record_names::get().enqueueing_sink)
+        , trees_enqueueing(impl::marker_count(name))
     {
     }
 
@@ -43,6 +47,10 @@ public:
 
     bool will_consume(boost::log::attribute_value_set const& values) override
     {
+        // While no tree holds records, no record carries the marker (routing.hpp).
+        if (trees_enqueueing.load(std::memory_order_relaxed) == 0) {
+            return false;
+        }
         auto found = values.find(name);
         return found != values.end() && bool(found->second);
     }
@@ -117,6 +125,7 @@ private:
     }
 
     boost::log::attribute_name const name;
+    std::atomic<std::size_t> const& trees_enqueueing;
 };
 
 // Leading and trailing white space and NUL bytes are not part of a message.
@@ -144,6 +153,50 @@ bool take_text(logger_source::data::message& m)
     return !m.text.empty();
 }
 
+// The test that decides whether a message is worth its text: on a running source, its level
+// against the logger's (a relaxed load: a level set concurrently may take effect a message
+// late); before the start, always (the replay filters it against the levels of that moment);
+// once finished, never.
+inline bool accepts(logger::data const& node, log_level level) noexcept
+{
+    auto const current = node.source->current.load();
+    if (current == state::running) {
+        return level >= node.level.load(std::memory_order_relaxed);
+    }
+    return current == state::enqueueing;
+}
+
+// The named levels share one immutable value each, so their records allocate none; any other
+// level gets a value of its own.
+boost::log::attribute_value level_value(log_level level)
+{
+    using value_type = boost::log::attributes::attribute_value_impl<log_level>;
+    constexpr auto named_levels = static_cast<std::size_t>(log_level::critical) + 1;
+    // Never destroyed, so threads that log while the process exits still find them.
+    static auto const* const named = [] {
+        auto* values = new std::array<boost::log::attribute_value, named_levels>();
+        for (std::size_t i = 0; i < named_levels; ++i) {
+            (*values)[i] = boost::log::attribute_value(new value_type(static_cast<log_level>(i)));
+        }
+        return values;
+    }();
+    auto const index = static_cast<std::size_t>(level);
+    if (index < named_levels) {
+        return (*named)[index];
+    }
+    return boost::log::attribute_value(new value_type(level));
+}
+
+thread_local impl::thread_reusable_value<impl::message_view_value> thread_message_value;
+
+// A value viewing `text`, the thread's own one when no record of an earlier call holds it.
+boost::log::attribute_value message_value(std::string_view text)
+{
+    auto* const value = thread_message_value.take();
+    value->view(text);
+    return boost::log::attribute_value(value);
+}
+
 class constant_logger final : public log_function_ref {
 public:
     explicit constant_logger(std::string_view text)
@@ -169,14 +222,11 @@ boost::shared_ptr<boost::log::sinks::sink> queueing_sink_instance()
 
 boost::log::record logger_source::data::make_record(message& m)
 {
-    boost::log::attribute_value level_value(
-        new boost::log::attributes::attribute_value_impl<log_level>(m.level));
-    boost::log::attribute_value message_value(new impl::string_view_attribute_value<char>(m.text));
     auto& node_logger = m.logger->source_logger;
     if (!node_logger.logging_core()->get_logging_enabled()) {
         return {};
     }
-    return node_logger.open_message_record(std::move(level_value), std::move(message_value));
+    return node_logger.open_message_record(level_value(m.level), message_value(m.text));
 }
 
 void logger_source::data::add_log_message(message& m)
@@ -245,15 +295,18 @@ void logger_source::data::add_log_message(message& m)
 void logger::log(log_level level, log_function_ref const& text) const
 {
     logger::data* node = node_.get();
-    logger_source::data& source = *node->source;
-    // The hot path: a running source drops a message below its logger's level right here, with
-    // one load of the state and one of the level, before any message is built.
-    if (source.current.load() == state::running &&
-        level < node->level.load(std::memory_order_relaxed)) {
+    // The hot path: a message below its logger's level ends here, with one load of the state and
+    // one of the level, before any message is built.
+    if (!accepts(*node, level)) {
         return;
     }
     logger_source::data::message m{node, level, &text, {}};
-    source.add_log_message(m);
+    node->source->add_log_message(m);
+}
+
+bool logger::is_enabled(log_level level) const noexcept
+{
+    return accepts(*node_, level);
 }
 
 void log_str(logger const& l, log_level level, std::string_view text)

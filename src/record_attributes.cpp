@@ -7,7 +7,6 @@
 #include "record_names.hpp"
 #include "time_text.hpp"
 
-#include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <boost/log/attributes/attribute.hpp>
 #include <boost/log/attributes/attribute_value.hpp>
 #include <boost/log/attributes/value_extraction.hpp>
@@ -24,15 +23,18 @@ namespace {
 // The "time string" value: the clock reading taken when the record is opened, converted and
 // printed as local-time text the first time something reads it, into the value's own buffer. A
 // record that no formatter asks for its time (the console line) never converts or prints it. Like
-// the thread-name view it belongs to the thread that opened the record: a record that leaves that
+// the message value it belongs to the thread that opened the record: a record that leaves that
 // thread is detached first, which prints the text into an immutable value.
 class time_text_value : public boost::log::attribute_value::impl {
 public:
     using clock = std::chrono::system_clock;
 
-    explicit time_text_value(clock::time_point now)
-        : now_(now)
+    // Starts the value over for a new record: a reading of the clock, and no text yet.
+    void reset(clock::time_point now)
     {
+        now_ = now;
+        view_ = {};
+        string_.reset();
     }
 
     bool dispatch(boost::log::type_dispatcher& dispatcher) override
@@ -66,18 +68,13 @@ private:
     std::string_view const& text()
     {
         if (view_.data() == nullptr) {
-            // Whole microseconds since the epoch, as Boost's microsecond clock reads the time.
-            static boost::posix_time::ptime const epoch(boost::gregorian::date(1970, 1, 1));
-            auto const since_epoch =
-                std::chrono::duration_cast<std::chrono::microseconds>(now_.time_since_epoch());
-            text_ = v2::impl::local_time_text(epoch +
-                                              boost::posix_time::microseconds(since_epoch.count()));
+            text_ = v2::impl::local_time_text(now_);
             view_ = v2::impl::view_of(text_);
         }
         return view_;
     }
 
-    clock::time_point const now_;
+    clock::time_point now_;
     v2::impl::time_text text_;
     std::string_view view_; // null until the first read
     std::optional<std::string> string_;
@@ -92,7 +89,11 @@ public:
     public:
         boost::log::attribute_value get_value() override
         {
-            return boost::log::attribute_value(new time_text_value(time_text_value::clock::now()));
+            // Each thread reuses one value while no record holds it (thread_reusable_value).
+            thread_local v2::impl::thread_reusable_value<time_text_value> thread_value;
+            auto* const value = thread_value.take();
+            value->reset(time_text_value::clock::now());
+            return boost::log::attribute_value(value);
         }
     };
 
@@ -102,29 +103,54 @@ public:
     }
 };
 
-// The calling thread's name, created empty on the thread's first use and deleted when the
-// thread ends. Only its own thread touches it, so it needs no lock. The slot is never destroyed,
-// so threads that log while the process exits still find it.
-std::string& thread_name()
+// The calling thread's name and the value its records carry, created on the thread's first use
+// and deleted when the thread ends. Only its own thread touches it, so it needs no lock. The
+// value owns its copy of the name and never changes: records of this thread share it, and one
+// that outlives its call (or its thread) keeps it as it is.
+struct thread_name_slot {
+    ~thread_name_slot();
+
+    std::string name;
+    boost::log::attribute_value value; // empty until the first record after a change of name
+};
+
+// The calling thread's slot, found without the thread-specific look-up once known; cleared when
+// the slot is deleted, so a thread that logs after that (from a later exit handler) makes a
+// new one.
+thread_local thread_name_slot* known_slot = nullptr;
+
+thread_name_slot::~thread_name_slot()
 {
-    static auto& names = *new boost::thread_specific_ptr<std::string>();
-    if (!names.get()) {
-        names.reset(new std::string());
-    }
-    return *names;
+    known_slot = nullptr;
 }
 
-// The calling thread's name, as a view: opening a record copies nothing. The view is valid
-// while the thread keeps that name; a record that outlives the call is detached from the thread
-// first, which copies the text.
+thread_name_slot& thread_name()
+{
+    if (known_slot != nullptr) {
+        return *known_slot;
+    }
+    // Never destroyed, so threads that log while the process exits still find it.
+    static auto& slots = *new boost::thread_specific_ptr<thread_name_slot>();
+    if (!slots.get()) {
+        slots.reset(new thread_name_slot());
+    }
+    known_slot = slots.get();
+    return *known_slot;
+}
+
+// The calling thread's name: opening a record copies nothing.
 class thread_name_attribute : public boost::log::attribute {
 public:
     class impl : public boost::log::attribute::impl {
     public:
         boost::log::attribute_value get_value() override
         {
-            return boost::log::attribute_value(
-                new v2::impl::string_view_attribute_value<char>(std::string_view(thread_name())));
+            auto& slot = thread_name();
+            if (!slot.value) {
+                slot.value = boost::log::attribute_value(
+                    new v2::impl::string_attribute_value<char>(slot.name));
+            }
+            return slot.value;
         }
     };
 
@@ -138,7 +164,9 @@ public:
 
 void set_current_thread_name(std::string const& name)
 {
-    thread_name() = name;
+    auto& slot = thread_name();
+    slot.name = name;
+    slot.value = boost::log::attribute_value();
 }
 
 namespace impl {

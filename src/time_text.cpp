@@ -1,10 +1,11 @@
 // Time stamp text: the local-time conversion and the fixed-width format of "time string".
 #include "time_text.hpp"
 
-#include <boost/date_time/c_local_time_adjustor.hpp>
 #include <fmt/printf.h>
 
+#include <ctime>
 #include <exception>
+#include <limits>
 #include <new>
 
 namespace VT::Logging::v2::impl {
@@ -25,11 +26,67 @@ bool fits(int value, int limit)
     return value >= 0 && value < limit;
 }
 
+// Days from 1970-01-01 to the given date of the proleptic Gregorian calendar.
+long long days_from_civil(int year, int month, int day)
+{
+    long long const y = year - (month <= 2 ? 1 : 0);
+    long long const era = (y >= 0 ? y : y - 399) / 400;
+    long long const year_of_era = y - era * 400;
+    long long const day_of_year = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    long long const day_of_era =
+        year_of_era * 365 + year_of_era / 4 - year_of_era / 100 + day_of_year;
+    return era * 146097 + day_of_era - 719468;
+}
+
 time_text text_of(std::string_view text)
 {
     time_text result;
     result.append(text.data(), text.data() + text.size());
     return result;
+}
+
+} // namespace
+
+namespace {
+
+// The body of format_time, from calendar fields.
+time_text format_fields(int year, int month, int day, int hour, int minute, int second,
+                        int millisecond, tz_offset const& offset)
+{
+    // Every record pays for this text, so the usual case is written digit by digit: the same
+    // characters the format below prints for fields within their widths.
+    if (fits(year, 10000) && fits(month, 100) && fits(day, 100) && fits(hour, 100) &&
+        fits(minute, 100) && fits(second, 100) && fits(millisecond, 1000) &&
+        fits(offset.hours, 100) && fits(offset.minutes, 100)) {
+        char text[29];
+        char* out = put_digits(text, year, 4);
+        *out++ = '-';
+        out = put_digits(out, month, 2);
+        *out++ = '-';
+        out = put_digits(out, day, 2);
+        *out++ = ' ';
+        out = put_digits(out, hour, 2);
+        *out++ = ':';
+        out = put_digits(out, minute, 2);
+        *out++ = ':';
+        out = put_digits(out, second, 2);
+        *out++ = '.';
+        out = put_digits(out, millisecond, 3);
+        *out++ = offset.negative ? '-' : '+';
+        out = put_digits(out, offset.hours, 2);
+        *out++ = ':';
+        out = put_digits(out, offset.minutes, 2);
+        return text_of(std::string_view(text, static_cast<std::size_t>(out - text)));
+    }
+    try {
+        return text_of(fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d", year, month,
+                                    day, hour, minute, second, millisecond,
+                                    offset.negative ? '-' : '+', offset.hours, offset.minutes));
+    } catch (std::bad_alloc const&) {
+        throw; // the fallback text would need memory too
+    } catch (std::exception const&) {
+        return text_of(fallback_time_text);
+    }
 }
 
 } // namespace
@@ -45,37 +102,10 @@ time_text format_time(boost::gregorian::date const& date,
     auto const millisecond = static_cast<int>(time_of_day.total_microseconds() / 1000 % 1000);
     try {
         auto const ymd = date.year_month_day();
-        int const year = ymd.year, month = ymd.month, day = ymd.day;
-        // Every record pays for this text, so the usual case is written digit by digit: the
-        // same characters the format below prints for fields within their widths.
-        if (fits(year, 10000) && fits(month, 100) && fits(day, 100) && fits(hour, 100) &&
-            fits(minute, 100) && fits(second, 100) && fits(millisecond, 1000) &&
-            fits(offset.hours, 100) && fits(offset.minutes, 100)) {
-            char text[29];
-            char* out = put_digits(text, year, 4);
-            *out++ = '-';
-            out = put_digits(out, month, 2);
-            *out++ = '-';
-            out = put_digits(out, day, 2);
-            *out++ = ' ';
-            out = put_digits(out, hour, 2);
-            *out++ = ':';
-            out = put_digits(out, minute, 2);
-            *out++ = ':';
-            out = put_digits(out, second, 2);
-            *out++ = '.';
-            out = put_digits(out, millisecond, 3);
-            *out++ = offset.negative ? '-' : '+';
-            out = put_digits(out, offset.hours, 2);
-            *out++ = ':';
-            out = put_digits(out, offset.minutes, 2);
-            return text_of(std::string_view(text, static_cast<std::size_t>(out - text)));
-        }
-        return text_of(fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d", year, month,
-                                    day, hour, minute, second, millisecond,
-                                    offset.negative ? '-' : '+', offset.hours, offset.minutes));
+        return format_fields(ymd.year, ymd.month, ymd.day, hour, minute, second, millisecond,
+                             offset);
     } catch (std::bad_alloc const&) {
-        throw; // the fallback text would need memory too
+        throw;
     } catch (std::exception const&) {
         return text_of(fallback_time_text);
     }
@@ -106,20 +136,52 @@ time_text format_local(boost::posix_time::ptime const& utc, boost::posix_time::p
 
 time_text local_time_text(boost::posix_time::ptime const& utc)
 {
+    static boost::posix_time::ptime const epoch(boost::gregorian::date(1970, 1, 1));
     if (utc.is_special()) {
         return text_of(fallback_time_text);
     }
-    try {
-        // Converts the whole seconds with localtime_r and keeps the fraction; throws for
-        // instants before 1970 or beyond time_t, and when localtime_r fails.
-        auto const local =
-            boost::date_time::c_local_adjustor<boost::posix_time::ptime>::utc_to_local(utc);
-        return format_local(utc, local);
-    } catch (std::bad_alloc const&) {
-        throw;
-    } catch (std::exception const&) {
+    auto const since_epoch = std::chrono::microseconds((utc - epoch).total_microseconds());
+    return local_time_text(std::chrono::system_clock::time_point(
+        std::chrono::duration_cast<std::chrono::system_clock::duration>(since_epoch)));
+}
+
+time_text local_time_text(std::chrono::system_clock::time_point utc)
+{
+    auto const microseconds =
+        std::chrono::duration_cast<std::chrono::microseconds>(utc.time_since_epoch()).count();
+    // Instants before 1970 are not converted: not every system's localtime_r takes them.
+    if (microseconds < 0 || microseconds / 1000000 > std::numeric_limits<std::time_t>::max()) {
         return text_of(fallback_time_text);
     }
+    auto const seconds = static_cast<std::time_t>(microseconds / 1000000);
+    std::tm local{};
+    if (localtime_r(&seconds, &local) == nullptr) {
+        return text_of(fallback_time_text);
+    }
+    // The offset is the local fields read as a UTC time, minus the instant: what localtime_r
+    // did, whatever the zone's rules (seconds of the offset are dropped when printed).
+    int const year = local.tm_year + 1900, month = local.tm_mon + 1;
+    long long const local_seconds = days_from_civil(year, month, local.tm_mday) * 86400LL +
+                                    local.tm_hour * 3600LL + local.tm_min * 60LL + local.tm_sec;
+    long long const offset_seconds = local_seconds - static_cast<long long>(seconds);
+    long long const magnitude = offset_seconds < 0 ? -offset_seconds : offset_seconds;
+    if (magnitude >= 25 * 3600LL || local.tm_sec > 59) {
+        // Rare enough for Boost's types: a leap second (60) carries into the next minute.
+        boost::posix_time::ptime const epoch(boost::gregorian::date(1970, 1, 1));
+        auto const fraction = boost::posix_time::microseconds(microseconds % 1000000);
+        return format_local(
+            epoch + boost::posix_time::seconds(static_cast<long>(seconds)) + fraction,
+            boost::posix_time::ptime(
+                boost::gregorian::date(static_cast<unsigned short>(year),
+                                       static_cast<unsigned short>(month),
+                                       static_cast<unsigned short>(local.tm_mday)),
+                boost::posix_time::time_duration(local.tm_hour, local.tm_min, local.tm_sec)) +
+                fraction);
+    }
+    tz_offset const offset{offset_seconds < 0, static_cast<int>(magnitude / 3600),
+                           static_cast<int>(magnitude / 60 % 60)};
+    return format_fields(year, month, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+                         static_cast<int>(microseconds % 1000000 / 1000), offset);
 }
 
 } // namespace VT::Logging::v2::impl

@@ -6,6 +6,7 @@
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <fmt/format.h>
 
+#include <chrono>
 #include <string_view>
 
 namespace VT::Logging::v2::impl {
@@ -52,5 +53,6 @@ time_text format_local(boost::posix_time::ptime const& utc, boost::posix_time::p
 // change of TZ needs tzset() first). Never fails except on allocation: an instant that is a
 // special value or that the system cannot convert gives the fallback text.
 time_text local_time_text(boost::posix_time::ptime const& utc);
+time_text local_time_text(std::chrono::system_clock::time_point utc);
 
 } // namespace VT::Logging::v2::impl
