@@ -80,6 +80,9 @@ TEST_F(Facade, HeldMessagesWaitThroughARefusedStartThenReachFileAndStandardOutpu
 TEST(FacadeSource, TwoArgumentStartInstallsTheGivenSourceAndNoSink)
 {
     auto before = Logging::get_logger("Old");
+    // The replaced state is dropped unfinished, and its tree refers to it: held here, it is
+    // finished (and freed) when the test ends instead of outliving the process.
+    v2::logger_source previous = std::move(Logging::get_logger_source());
     capture_sink sink;
     v2::logger_source own;
     own.add_sink(sink.handle);
