@@ -23,7 +23,6 @@ struct fmt::formatter<counted_arg> : fmt::formatter<int> {
 namespace {
 
 using namespace vtlog_test;
-using Strings = std::vector<std::string>;
 
 // A message filtered out costs neither its formatting nor its text function, so a bad format
 // only throws when its message is logged; a logged text function runs once.

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
-#include <string>
 
 namespace {
 

@@ -3,11 +3,8 @@
 
 #include "VTLog/VTLog.hpp"
 
-#include <boost/filesystem/operations.hpp>
-
 #include <fcntl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 

@@ -5,37 +5,20 @@
 
 #include <VTLog/VTLog.hpp>
 
-#include <boost/filesystem.hpp>
-
-#include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <sstream>
-#include <unistd.h>
 
 namespace {
 
-namespace fs = boost::filesystem;
 namespace Logging = VT::Logging;
 using namespace vtlog_test;
 
 // A fresh log directory, standard output captured, and a configuration for both.
 struct Facade : ::testing::Test {
-    Facade() { fs::create_directories(dir); }
-    ~Facade() override
-    {
-        std::cout.rdbuf(saved_stdout);
-        fs::remove_all(dir);
-    }
-    std::vector<fs::path> files() const
-    {
-        std::vector<fs::path> found{fs::directory_iterator(dir), fs::directory_iterator{}};
-        std::sort(found.begin(), found.end());
-        return found;
-    }
+    ~Facade() override { std::cout.rdbuf(saved_stdout); }
 
-    fs::path const dir = fs::temp_directory_path() / fs::unique_path("vtlog-facade-%%%%-%%%%");
+    temp_dir temp;
+    fs::path const dir = temp.root;
     Logging::LogConfig config{level(2), {}, dir.string(), 1 << 20, 1 << 16};
     std::ostringstream out;
     std::streambuf* const saved_stdout = std::cout.rdbuf(out.rdbuf());
@@ -60,16 +43,12 @@ TEST_F(Facade, HeldMessagesWaitThroughARefusedStartThenReachFileAndStandardOutpu
     v2::log_str(Logging::get_logger("Quiet.Part"), level(5), "loud");
 
     EXPECT_EQ(out.str(), "[Network.Curl] held and shown\n[Global] global\n[Quiet.Part] loud\n");
-    ASSERT_EQ(files().size(), 1u);
+    auto const files = files_in(dir);
+    ASSERT_EQ(files.size(), 1u);
     std::regex const name("Vantorel \\d{4}-\\d\\d-\\d\\d \\d\\d-\\d\\d-\\d\\d " +
                           std::to_string(::getpid()) + " 00\\.log");
-    EXPECT_TRUE(std::regex_match(files()[0].filename().string(), name)) << files()[0];
-    std::ifstream file(files()[0].string());
-    std::string messages;
-    for (std::string line; std::getline(file, line);) {
-        messages += line.substr(line.rfind('\t') + 1) + "\n";
-    }
-    EXPECT_EQ(messages, "held and shown\nglobal\nloud\n");
+    EXPECT_TRUE(std::regex_match(files[0].filename().string(), name)) << files[0];
+    EXPECT_EQ(text_in(dir), "held and shown\nglobal\nloud\n");
     EXPECT_EQ(Logging::get_logger_source().get_data()->sinks,
               (std::unordered_set<std::shared_ptr<v2::sink::base>>{
                   Logging::detail2::get_directory_logger(), v2::sink::get_stdout()}));

@@ -9,7 +9,6 @@
 #include <boost/log/sinks/block_on_overflow.hpp>
 #include <boost/log/sinks/bounded_fifo_queue.hpp>
 
-#include <algorithm>
 #include <chrono>
 #include <future>
 #include <numeric>
@@ -18,7 +17,6 @@
 namespace {
 
 using namespace vtlog_test;
-using Strings = std::vector<std::string>;
 
 // Logs numbered messages while `more(k)`, noting the calls that reported the overlap with the
 // start and how often each text was asked for.
@@ -272,11 +270,9 @@ struct holding_backend
         while (handle.use_count() > 1) {
             std::this_thread::yield();
         }
-        auto const& values = record.attribute_values();
         if (first_line.empty()) { // read by the test once this back end is destroyed
-            first_line = std::string(*boost::log::extract<std::string_view>("Channel", values)) +
-                         " " +
-                         std::string(*boost::log::extract<std::string_view>("ggmessage", values));
+            first_line = std::string(record[v2::record::channel].get()) + " " +
+                         std::string(record[v2::record::message].get());
         }
     }
 

@@ -2,17 +2,11 @@
 // look-ups, and the values a thread reuses from one record to the next.
 #include "test_support.hpp"
 
-#include <boost/log/attributes/value_extraction.hpp>
-#include <boost/log/sinks/basic_sink_backend.hpp>
-#include <boost/log/sinks/sync_frontend.hpp>
-
 #include <optional>
-#include <string>
 
 namespace {
 
 using namespace vtlog_test;
-using Strings = std::vector<std::string>;
 
 // Markers are counted per tree: detaching from one source, twice, or finishing another leaves
 // the sink fed by the source it is still attached to, and so is a twin handle of the same name
@@ -47,56 +41,45 @@ TEST(PerfGuard, CountsFollowEverySourceOfASink)
 
 // Logs a second message from inside the sink while the first record is being written, then
 // reads the first record again: its message, level and time must still be its own.
-class reentrant_backend
-    : public boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
-public:
-    explicit reentrant_backend(std::optional<v2::logger>& inner)
-        : inner_(inner)
-    {
-    }
-
+struct reentrant_backend
+    : boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
     void consume(boost::log::record_view const& record)
     {
         auto const before = describe(record);
-        if (inner_) {
-            auto const l = *inner_;
-            inner_.reset();
+        if (inner) {
+            auto const l = *inner;
+            inner.reset();
             v2::log_str(l, level(9), "inner message");
         }
         lines.push_back(before);
         lines.push_back(describe(record));
     }
 
-    Strings lines;
-
-private:
-    static std::string describe(boost::log::record_view const& record)
+    static std::string describe(boost::log::record_view const& r)
     {
-        auto const& values = record.attribute_values();
-        return std::string(boost::log::extract_or_default<std::string_view>("ggmessage", values,
-                                                                            std::string_view())) +
-               " " +
-               std::to_string(static_cast<int>(
-                   boost::log::extract_or_default<v2::log_level>("Severity", values, level(-1)))) +
-               " " +
-               std::string(boost::log::extract_or_default<std::string_view>("time string", values,
-                                                                            std::string_view()));
+        auto const text = [](auto const& value) {
+            return value ? std::string(value.get()) : "none";
+        };
+        auto const severity = r[v2::record::severity];
+        return text(r[v2::record::message]) + " " +
+               (severity ? std::to_string(static_cast<int>(severity.get())) : "none") + " " +
+               text(r[v2::record::time_string]);
     }
 
-    std::optional<v2::logger>& inner_;
+    std::optional<v2::logger> inner; // logs once from inside the sink
+    Strings lines;
 };
 
 TEST(PerfGuard, ARecordKeepsItsValuesWhileTheThreadLogsAgain)
 {
-    std::optional<v2::logger> inner;
-    auto backend = boost::make_shared<reentrant_backend>(inner);
+    auto backend = boost::make_shared<reentrant_backend>();
     auto handle = std::make_shared<v2::sink::base>(
         boost::log::attribute_name("reentrant"),
         boost::make_shared<boost::log::sinks::synchronous_sink<reentrant_backend>>(backend));
     v2::logger_source source;
     source.add_sink(handle);
     source.start_logging(level(0));
-    inner = source.get_child_logger("inner");
+    backend->inner = source.get_child_logger("inner");
     v2::log_str(source.get_child_logger("outer"), level(2), "outer message");
 
     ASSERT_EQ(backend->lines.size(), 4u);

@@ -6,10 +6,7 @@
 #include <boost/log/sinks/async_frontend.hpp>
 #include <fmt/printf.h>
 
-#include <cstdlib>
 #include <ctime>
-#include <thread>
-#include <vector>
 
 namespace {
 

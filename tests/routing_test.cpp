@@ -9,7 +9,6 @@
 namespace {
 
 using namespace vtlog_test;
-using Strings = std::vector<std::string>;
 
 struct Routing : ::testing::Test {
     Routing() { source.start_logging(level(0)); }

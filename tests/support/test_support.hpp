@@ -1,21 +1,26 @@
 // Shared test helpers: a sink that keeps what it receives, a start line for racing threads, the
-// text of a thrown exception, the check of an assertion's text, and a bounded child process.
+// text of a thrown exception, the check of an assertion's text, a bounded child process, and a
+// temporary directory with the files in it.
 #pragma once
 
 #include "VTLog/v2/log.hpp"
 
 #include <gtest/gtest.h>
 
-#include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/sinks/basic_sink_backend.hpp>
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/make_shared.hpp>
 
+#include <boost/filesystem.hpp>
+
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <mutex>
 #include <regex>
 #include <string>
@@ -25,6 +30,8 @@
 namespace vtlog_test {
 
 namespace v2 = VT::Logging::v2;
+namespace fs = boost::filesystem;
+using Strings = std::vector<std::string>;
 
 inline v2::log_level level(int value)
 {
@@ -37,13 +44,9 @@ class capture_backend
 public:
     void consume(boost::log::record_view const& record)
     {
-        auto const& values = record.attribute_values();
-        std::string line;
-        if (auto channel = boost::log::extract<std::string_view>("Channel", values)) {
-            line.append("[").append(*channel).append("] ");
-        }
-        line.append(boost::log::extract_or_default<std::string_view>("ggmessage", values,
-                                                                     std::string_view()));
+        auto const channel = record[v2::record::channel];
+        std::string line = channel ? "[" + std::string(channel.get()) + "] " : "";
+        line.append(record[v2::record::message].get());
         std::lock_guard<std::mutex> lock(mutex_);
         lines_.push_back(std::move(line));
     }
@@ -131,6 +134,35 @@ void expect_completes_in_child(unsigned seconds, F const& body)
             std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
         },
         ::testing::ExitedWithCode(0), "");
+}
+
+// A fresh directory, removed with all it holds when the test ends.
+struct temp_dir {
+    fs::path const root = fs::temp_directory_path() / fs::unique_path("vtlog-%%%%-%%%%-%%%%");
+    temp_dir() { fs::create_directories(root); }
+    ~temp_dir() { fs::remove_all(root, ignored); }
+    boost::system::error_code ignored;
+};
+
+// The files of `dir` in name order, which is counter order for the log file names of the tests.
+inline std::vector<fs::path> files_in(fs::path const& dir)
+{
+    std::vector<fs::path> files(fs::directory_iterator{dir}, fs::directory_iterator{});
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+// The text of the file, or of the files of the directory in order, less what `cut` matches: by
+// default the fields before the message of each log file line.
+inline std::string text_in(fs::path const& where,
+                           std::string const& cut = "[^\t\n]*\t[^\t\n]*\t[^\t\n]*\t")
+{
+    std::string text;
+    for (auto const& file : fs::is_directory(where) ? files_in(where) : std::vector{where}) {
+        std::ifstream in(file.string(), std::ios::binary);
+        text.append(std::istreambuf_iterator<char>(in), {});
+    }
+    return std::regex_replace(text, std::regex(cut), "");
 }
 
 } // namespace vtlog_test
