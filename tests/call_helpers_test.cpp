@@ -3,14 +3,10 @@
 
 #include <optional>
 
-namespace {
-
 // An argument that counts how often it is formatted.
 struct counted_arg {
     int* formatted;
 };
-
-} // namespace
 
 template <>
 struct fmt::formatter<counted_arg> : fmt::formatter<int> {

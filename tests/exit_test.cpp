@@ -59,15 +59,14 @@ using namespace vtlog_test;
 // Runs the scenario in many child processes, for about ten seconds; every child must exit 0.
 TEST(ExitStress, ThreadsLoggingWhileMainReturnsNeverCrashTheProcess)
 {
-    char directory[] = "/tmp/vtlog-exit-XXXXXX";
-    ASSERT_TRUE(::mkdtemp(directory));
+    temp_dir const directory;
     auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     int runs = 0;
     for (; runs < 2000 && std::chrono::steady_clock::now() < end; ++runs) {
         pid_t const child = ::fork();
         ASSERT_NE(child, -1);
         if (child == 0) {
-            log_while_exiting(1 + runs % 4, runs % 2 ? directory : nullptr);
+            log_while_exiting(1 + runs % 4, runs % 2 ? directory.root.c_str() : nullptr);
         }
         int status = 0;
         ASSERT_EQ(::waitpid(child, &status, 0), child);
@@ -75,7 +74,6 @@ TEST(ExitStress, ThreadsLoggingWhileMainReturnsNeverCrashTheProcess)
             << "run " << runs << ": wait status " << status;
     }
     RecordProperty("runs", runs);
-    boost::filesystem::remove_all(directory);
 }
 
 } // namespace

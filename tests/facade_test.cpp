@@ -91,22 +91,17 @@ TEST(FacadeConfig, CurlVerbosity)
 // The default directory is fixed at the first call, so each case makes that call in a child.
 TEST(FacadeDefaultDir, FollowsHomeAtTheFirstCallOnly)
 {
-    struct {
-        char const* home; // unset when null
-        char const* directory;
-    } const cases[] = {{"/Users/someone/", "/Users/someone/Library/Logs/Vantorel"},
-                       {"", "Library/Logs/Vantorel"},
-                       {nullptr, ""}};
-    for (auto const& c : cases) {
-        expect_completes_in_child(30, [&] {
-            if (c.home) {
-                ::setenv("HOME", c.home, 1);
-            } else {
-                ::unsetenv("HOME");
-            }
-            EXPECT_EQ(Logging::GetDefaultLogDir().string(), c.directory);
+    std::pair<char const*, char const*> const cases[] = {
+        // HOME (unset when null), directory
+        {"/Users/someone/", "/Users/someone/Library/Logs/Vantorel"},
+        {"", "Library/Logs/Vantorel"},
+        {nullptr, ""}};
+    for (auto const& [home, directory] : cases) {
+        expect_completes_in_child(30, [home = home, directory = directory] {
+            home ? ::setenv("HOME", home, 1) : ::unsetenv("HOME");
+            EXPECT_EQ(Logging::GetDefaultLogDir().string(), directory);
             ::setenv("HOME", "/elsewhere", 1);
-            EXPECT_EQ(Logging::GetDefaultLogDir().string(), c.directory);
+            EXPECT_EQ(Logging::GetDefaultLogDir().string(), directory);
         });
     }
     EXPECT_EQ((VT::filesystem::path("logs") / "/abs").string(), "/abs") << "as std::filesystem";
