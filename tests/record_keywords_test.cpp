@@ -3,9 +3,12 @@
 
 #include <boost/log/expressions.hpp>
 #include <boost/log/sinks/syslog_backend.hpp>
-#include <boost/log/sinks/text_ostream_backend.hpp>
 
-#include <sstream>
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -15,8 +18,7 @@ namespace sinks = boost::log::sinks;
 namespace record = v2::record;
 
 // One line per record of what the keywords yield, copied out while the record lives: whether
-// the message is owned (std::string) or viewed, the texts, the level, the syslog level a severity
-// mapping by the keyword's name gives, and whether it has a time.
+// the message is owned (std::string) or viewed, the texts, the level, whether it has a time.
 class keyword_backend : public sinks::basic_sink_backend<sinks::synchronized_feeding> {
 public:
     void consume(boost::log::record_view const& r)
@@ -32,32 +34,21 @@ public:
         lines.push_back((owned ? "owned " : "viewed ") + text(r[record::message]) + " [" +
                         text(r[record::channel]) + "] <" + text(r[record::thread_name]) + "> " +
                         (severity ? std::to_string(static_cast<int>(severity.get())) : "none") +
-                        " syslog " + std::to_string(syslog_levels(r)) +
                         (time.size() == 29 && time[0] != '?' ? "" : " bad time " + time));
     }
     std::vector<std::string> lines;
-    sinks::syslog::custom_severity_mapping<v2::log_level> syslog_levels{
-        record::severity.get_name()};
 };
 
 // A written record views the caller's text; a held one owns a copy. Both must read back the
-// same through the keywords and a stream formatter made of them, and a sink's filter must be able
-// to test the severity keyword.
+// same through the keywords, and a sink's filter must be able to test the severity keyword.
 TEST(RecordKeywords, TextsExtractAsViewsFromWrittenAndHeldRecords)
 {
     auto const backend = boost::make_shared<keyword_backend>();
-    backend->syslog_levels[level(3)] = sinks::syslog::warning;
-    backend->syslog_levels[level(4)] = sinks::syslog::error;
     auto const frontend = boost::make_shared<sinks::synchronous_sink<keyword_backend>>(backend);
     frontend->set_filter(record::severity >= level(3));
-    auto const text = boost::make_shared<sinks::synchronous_sink<sinks::text_ostream_backend>>();
-    auto const stream = boost::make_shared<std::ostringstream>();
-    text->locked_backend()->add_stream(stream);
-    text->set_formatter(expr::stream << record::channel << ": " << record::message);
     v2::logger_source source;
     source.add_sink(
         std::make_shared<v2::sink::base>(boost::log::attribute_name("keyword sink"), frontend));
-    source.add_sink(std::make_shared<v2::sink::base>(boost::log::attribute_name("text"), text));
     auto const l = source.get_child_logger("net.curl");
 
     v2::set_current_thread_name("main");
@@ -66,10 +57,48 @@ TEST(RecordKeywords, TextsExtractAsViewsFromWrittenAndHeldRecords)
     source.start_logging(level(2));
     v2::log_str(l, level(2), "below the sink's filter");
     v2::log_str(l, level(4), "written at once");
-    EXPECT_EQ(backend->lines, (Strings{"owned held until start [net.curl] <main> 3 syslog 4",
-                                       "viewed written at once [net.curl] <> 4 syslog 3"}));
-    EXPECT_EQ(stream->str(), "net.curl: held until start\nnet.curl: below the sink's filter\n"
-                             "net.curl: written at once\n");
+    EXPECT_EQ(backend->lines,
+              (std::vector<std::string>{"owned held until start [net.curl] <main> 3",
+                                        "viewed written at once [net.curl] <> 4"}));
+}
+
+// A syslog back end over UDP, with a formatter and a severity mapping made of the keywords,
+// sends to a socket on 127.0.0.1 that stands in for the daemon.
+TEST(RecordKeywords, SyslogBackendSendsTheFormattedText)
+{
+    int const daemon = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ASSERT_TRUE(daemon >= 0 && ::bind(daemon, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+                ::getsockname(daemon, reinterpret_cast<sockaddr*>(&address), &length) == 0);
+
+    auto const backend = boost::make_shared<sinks::syslog_backend>(
+        boost::log::keywords::use_impl = sinks::syslog::udp_socket_based,
+        boost::log::keywords::facility = sinks::syslog::user);
+    backend->set_target_address("127.0.0.1", ntohs(address.sin_port));
+    sinks::syslog::custom_severity_mapping<v2::log_level> levels(record::severity.get_name());
+    levels[v2::log_level::error] = sinks::syslog::error;
+    backend->set_severity_mapper(levels);
+    auto const frontend =
+        boost::make_shared<sinks::synchronous_sink<sinks::syslog_backend>>(backend);
+    frontend->set_formatter(expr::stream << record::channel << ": " << record::message);
+    v2::logger_source source;
+    source.add_sink(
+        std::make_shared<v2::sink::base>(boost::log::attribute_name("syslog sink"), frontend));
+    v2::log_str(source.get_child_logger("net"), v2::log_level::error, "held, then sent");
+    source.start_logging(v2::log_level::trace);
+
+    pollfd ready{daemon, POLLIN, 0};
+    ASSERT_EQ(::poll(&ready, 1, 10000), 1) << "no datagram";
+    char buffer[2048];
+    auto const size = ::recv(daemon, buffer, sizeof buffer, 0);
+    std::string const packet(buffer, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    ::close(daemon);
+    // <priority> is facility user (1) * 8 + severity error (3).
+    EXPECT_EQ(packet.rfind("<11>", 0), 0u) << packet;
+    EXPECT_NE(packet.find("net: held, then sent"), std::string::npos) << packet;
 }
 
 } // namespace
