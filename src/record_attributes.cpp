@@ -68,7 +68,7 @@ private:
     std::string_view const& text()
     {
         if (view_.data() == nullptr) {
-            text_ = v2::impl::local_time_text(now_);
+            v2::impl::write_local_time(now_, text_);
             view_ = v2::impl::view_of(text_);
         }
         return view_;

@@ -3,6 +3,8 @@
 
 #include <fmt/printf.h>
 
+#include <array>
+#include <cstring>
 #include <ctime>
 #include <exception>
 #include <limits>
@@ -11,14 +13,22 @@
 namespace VT::Logging::v2::impl {
 namespace {
 
-// Writes `value` as exactly `width` decimal digits; the caller checks that it fits.
-char* put_digits(char* out, int value, int width)
-{
-    for (int i = width - 1; i >= 0; --i) {
-        out[i] = static_cast<char>('0' + value % 10);
-        value /= 10;
+// "00" to "99", so that a field is written two digits at a time.
+constexpr std::array<char, 200> digit_pairs = [] {
+    std::array<char, 200> pairs{};
+    for (int i = 0; i < 100; ++i) {
+        pairs[2 * i] = static_cast<char>('0' + i / 10);
+        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
     }
-    return out + width;
+    return pairs;
+}();
+
+// Writes `value` (0 to 99) as two digits, then `separator`.
+char* put_two(char* out, int value, char separator)
+{
+    std::memcpy(out, &digit_pairs[2 * static_cast<std::size_t>(value)], 2);
+    out[2] = separator;
+    return out + 3;
 }
 
 bool fits(int value, int limit)
@@ -38,10 +48,16 @@ long long days_from_civil(int year, int month, int day)
     return era * 146097 + day_of_era - 719468;
 }
 
+void assign(time_text& out, std::string_view text)
+{
+    out.clear();
+    out.append(text.data(), text.data() + text.size());
+}
+
 time_text text_of(std::string_view text)
 {
     time_text result;
-    result.append(text.data(), text.data() + text.size());
+    assign(result, text);
     return result;
 }
 
@@ -49,43 +65,39 @@ time_text text_of(std::string_view text)
 
 namespace {
 
-// The body of format_time, from calendar fields.
-time_text format_fields(int year, int month, int day, int hour, int minute, int second,
-                        int millisecond, tz_offset const& offset)
+// The body of format_time, from calendar fields, written over `out`.
+void format_fields(int year, int month, int day, int hour, int minute, int second, int millisecond,
+                   tz_offset const& offset, time_text& out_text)
 {
-    // Every record pays for this text, so the usual case is written digit by digit: the same
-    // characters the format below prints for fields within their widths.
+    // Every record pays for this text, so the usual case is written two digits at a time: the
+    // same characters the format below prints for fields within their widths.
     if (fits(year, 10000) && fits(month, 100) && fits(day, 100) && fits(hour, 100) &&
         fits(minute, 100) && fits(second, 100) && fits(millisecond, 1000) &&
         fits(offset.hours, 100) && fits(offset.minutes, 100)) {
-        char text[29];
-        char* out = put_digits(text, year, 4);
-        *out++ = '-';
-        out = put_digits(out, month, 2);
-        *out++ = '-';
-        out = put_digits(out, day, 2);
-        *out++ = ' ';
-        out = put_digits(out, hour, 2);
-        *out++ = ':';
-        out = put_digits(out, minute, 2);
-        *out++ = ':';
-        out = put_digits(out, second, 2);
-        *out++ = '.';
-        out = put_digits(out, millisecond, 3);
-        *out++ = offset.negative ? '-' : '+';
-        out = put_digits(out, offset.hours, 2);
-        *out++ = ':';
-        out = put_digits(out, offset.minutes, 2);
-        return text_of(std::string_view(text, static_cast<std::size_t>(out - text)));
+        out_text.resize(29);
+        char* out = out_text.data();
+        *out++ = static_cast<char>('0' + year / 1000);
+        *out++ = static_cast<char>('0' + year / 100 % 10);
+        out = put_two(out, year % 100, '-');
+        out = put_two(out, month, '-');
+        out = put_two(out, day, ' ');
+        out = put_two(out, hour, ':');
+        out = put_two(out, minute, ':');
+        out = put_two(out, second, '.');
+        *out++ = static_cast<char>('0' + millisecond / 100);
+        out = put_two(out, millisecond % 100, offset.negative ? '-' : '+');
+        out = put_two(out, offset.hours, ':');
+        std::memcpy(out, &digit_pairs[2 * static_cast<std::size_t>(offset.minutes)], 2);
+        return;
     }
     try {
-        return text_of(fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d", year, month,
-                                    day, hour, minute, second, millisecond,
-                                    offset.negative ? '-' : '+', offset.hours, offset.minutes));
+        assign(out_text, fmt::sprintf("%04d-%02d-%02d %02d:%02d:%02d.%03d%c%02d:%02d", year, month,
+                                      day, hour, minute, second, millisecond,
+                                      offset.negative ? '-' : '+', offset.hours, offset.minutes));
     } catch (std::bad_alloc const&) {
         throw; // the fallback text would need memory too
     } catch (std::exception const&) {
-        return text_of(fallback_time_text);
+        assign(out_text, fallback_time_text);
     }
 }
 
@@ -102,8 +114,10 @@ time_text format_time(boost::gregorian::date const& date,
     auto const millisecond = static_cast<int>(time_of_day.total_microseconds() / 1000 % 1000);
     try {
         auto const ymd = date.year_month_day();
-        return format_fields(ymd.year, ymd.month, ymd.day, hour, minute, second, millisecond,
-                             offset);
+        time_text text;
+        format_fields(ymd.year, ymd.month, ymd.day, hour, minute, second, millisecond, offset,
+                      text);
+        return text;
     } catch (std::bad_alloc const&) {
         throw;
     } catch (std::exception const&) {
@@ -141,22 +155,28 @@ time_text local_time_text(boost::posix_time::ptime const& utc)
         return text_of(fallback_time_text);
     }
     auto const since_epoch = std::chrono::microseconds((utc - epoch).total_microseconds());
-    return local_time_text(std::chrono::system_clock::time_point(
-        std::chrono::duration_cast<std::chrono::system_clock::duration>(since_epoch)));
+    time_text text;
+    write_local_time(
+        std::chrono::system_clock::time_point(
+            std::chrono::duration_cast<std::chrono::system_clock::duration>(since_epoch)),
+        text);
+    return text;
 }
 
-time_text local_time_text(std::chrono::system_clock::time_point utc)
+void write_local_time(std::chrono::system_clock::time_point utc, time_text& out)
 {
     auto const microseconds =
         std::chrono::duration_cast<std::chrono::microseconds>(utc.time_since_epoch()).count();
     // Instants before 1970 are not converted: not every system's localtime_r takes them.
     if (microseconds < 0 || microseconds / 1000000 > std::numeric_limits<std::time_t>::max()) {
-        return text_of(fallback_time_text);
+        assign(out, fallback_time_text);
+        return;
     }
     auto const seconds = static_cast<std::time_t>(microseconds / 1000000);
     std::tm local{};
     if (localtime_r(&seconds, &local) == nullptr) {
-        return text_of(fallback_time_text);
+        assign(out, fallback_time_text);
+        return;
     }
     // The offset is the local fields read as a UTC time, minus the instant: what localtime_r
     // did, whatever the zone's rules (seconds of the offset are dropped when printed).
@@ -169,7 +189,7 @@ time_text local_time_text(std::chrono::system_clock::time_point utc)
         // Rare enough for Boost's types: a leap second (60) carries into the next minute.
         boost::posix_time::ptime const epoch(boost::gregorian::date(1970, 1, 1));
         auto const fraction = boost::posix_time::microseconds(microseconds % 1000000);
-        return format_local(
+        out = format_local(
             epoch + boost::posix_time::seconds(static_cast<long>(seconds)) + fraction,
             boost::posix_time::ptime(
                 boost::gregorian::date(static_cast<unsigned short>(year),
@@ -177,11 +197,12 @@ time_text local_time_text(std::chrono::system_clock::time_point utc)
                                        static_cast<unsigned short>(local.tm_mday)),
                 boost::posix_time::time_duration(local.tm_hour, local.tm_min, local.tm_sec)) +
                 fraction);
+        return;
     }
     tz_offset const offset{offset_seconds < 0, static_cast<int>(magnitude / 3600),
                            static_cast<int>(magnitude / 60 % 60)};
-    return format_fields(year, month, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-                         static_cast<int>(microseconds % 1000000 / 1000), offset);
+    format_fields(year, month, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+                  static_cast<int>(microseconds % 1000000 / 1000), offset, out);
 }
 
 } // namespace VT::Logging::v2::impl

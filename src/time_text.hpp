@@ -53,6 +53,7 @@ time_text format_local(boost::posix_time::ptime const& utc, boost::posix_time::p
 // change of TZ needs tzset() first). Never fails except on allocation: an instant that is a
 // special value or that the system cannot convert gives the fallback text.
 time_text local_time_text(boost::posix_time::ptime const& utc);
-time_text local_time_text(std::chrono::system_clock::time_point utc);
+// The same text of `utc`, written over `out`: a value that keeps its text is spared a copy.
+void write_local_time(std::chrono::system_clock::time_point utc, time_text& out);
 
 } // namespace VT::Logging::v2::impl
