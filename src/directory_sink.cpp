@@ -14,6 +14,8 @@
 #include <boost/make_shared.hpp>
 #include <fmt/format.h>
 
+#include <array>
+#include <cstring>
 #include <ios>
 #include <limits>
 #include <mutex>
@@ -90,17 +92,39 @@ public:
     std::shared_ptr<pattern_sink_data> const registry;
 };
 
+// "00" to "ff", so that a thread identifier is written a byte at a time.
+constexpr std::array<char, 512> hex_pairs = [] {
+    std::array<char, 512> pairs{};
+    for (int i = 0; i < 256; ++i) {
+        pairs[2 * i] = "0123456789abcdef"[i / 16];
+        pairs[2 * i + 1] = "0123456789abcdef"[i % 16];
+    }
+    return pairs;
+}();
+
+using native_thread_id = boost::log::thread_id::native_type;
+
+// The length of Boost.Log's text form of a thread identifier: "0x" and two digits per byte.
+constexpr std::size_t thread_id_width = 2 + 2 * sizeof(native_thread_id);
+
+char* put(char* out, std::string_view text)
+{
+    std::memcpy(out, text.data(), text.size());
+    return out + text.size();
+}
+
 // Boost.Log's text form of a thread identifier: "0x" and the native value in lower-case
 // hexadecimal digits, as many as it has nibbles.
-void append_thread_id(fmt::memory_buffer& line, boost::log::thread_id const& id)
+char* put_thread_id(char* out, boost::log::thread_id const& id)
 {
     auto const native = id.native_id();
-    constexpr int digits = static_cast<int>(sizeof(native)) * 2;
-    char text[2 + digits] = {'0', 'x'};
-    for (int i = 0; i < digits; ++i) {
-        text[2 + i] = "0123456789abcdef"[(native >> ((digits - 1 - i) * 4)) & 0xf];
+    *out++ = '0';
+    *out++ = 'x';
+    for (int byte = static_cast<int>(sizeof(native)) - 1; byte >= 0; --byte) {
+        std::memcpy(out, &hex_pairs[2 * ((native >> (8 * byte)) & 0xff)], 2);
+        out += 2;
     }
-    line.append(std::string_view(text, sizeof(text)));
+    return out;
 }
 
 // One file line; the back end adds the final newline. Fields are separated by tabs, and every
@@ -110,7 +134,7 @@ void append_thread_id(fmt::memory_buffer& line, boost::log::thread_id const& id)
 //   TAB TAB TAB second line
 //
 // The thread name appears only when the thread has one; the root logger's domain field is empty.
-// The fields before the message are gathered first and written to the stream at once.
+// The fields before the message are measured, then written to the stream at once.
 void full_formatter(boost::log::record_view const& record, boost::log::formatting_ostream& out)
 {
     auto const& names = impl::record_names::get();
@@ -119,25 +143,36 @@ void full_formatter(boost::log::record_view const& record, boost::log::formattin
     if (!message) {
         return;
     }
-
-    fmt::memory_buffer fields;
-    fields.append(impl::get_time(record));
-    fields.push_back('\t');
-    if (auto const id = boost::log::extract<boost::log::thread_id>(names.thread_id, values)) {
-        append_thread_id(fields, id.get());
-        auto const thread_name = boost::log::extract<std::string_view>(names.thread_name, values);
-        if (thread_name && !thread_name->empty()) {
-            fields.push_back(':');
-            fields.append(*thread_name);
+    auto const time = impl::get_time(record);
+    auto const id = boost::log::extract<boost::log::thread_id>(names.thread_id, values);
+    std::string_view thread_name;
+    if (id) {
+        if (auto const name = boost::log::extract<std::string_view>(names.thread_name, values)) {
+            thread_name = *name;
         }
     }
-    fields.push_back('\t');
-    if (auto const channel = boost::log::extract<std::string_view>(names.channel, values)) {
-        fields.push_back('[');
-        fields.append(*channel);
-        fields.push_back(']');
+    auto const channel = boost::log::extract<std::string_view>(names.channel, values);
+
+    fmt::memory_buffer fields;
+    fields.resize(time.size() + 3 + (id ? thread_id_width : 0) +
+                  (thread_name.empty() ? 0 : 1 + thread_name.size()) +
+                  (channel ? 2 + channel->size() : 0));
+    char* field = put(fields.data(), time);
+    *field++ = '\t';
+    if (id) {
+        field = put_thread_id(field, id.get());
+        if (!thread_name.empty()) {
+            *field++ = ':';
+            field = put(field, thread_name);
+        }
     }
-    fields.push_back('\t');
+    *field++ = '\t';
+    if (channel) {
+        *field++ = '[';
+        field = put(field, *channel);
+        *field++ = ']';
+    }
+    *field = '\t';
     impl::begin_text(out);
     impl::append_text(out, std::string_view(fields.data(), fields.size()));
 
