@@ -190,31 +190,39 @@ TEST_F(DirectorySink, ARestartContinuesTheCounterAndNeverMixesRuns)
     }
 }
 
-// The clock runs from 23:59:30 local time; the file opened then rotates at the first line after
-// midnight, though it holds a single line, and the next file a day later.
-TEST_F(DirectorySink, TheFirstMidnightAfterTheFirstLineRotates)
+// A file rotates at the first local midnight after it was opened, however few lines it holds, or
+// after the clock was last seen going back before that: a clock set back across midnight, or a
+// week back, rotates at the first midnight it reaches again. Each line's text is its clock.
+TEST_F(DirectorySink, RotatesAtTheFirstMidnightAfterTheOpeningOrTheClockGoingBack)
 {
-    static std::time_t now = [] {
-        std::tm evening{};
-        std::istringstream("2024-05-01 23:59:30") >> std::get_time(&evening, "%Y-%m-%d %H:%M:%S");
-        evening.tm_isdst = -1;
-        return std::mktime(&evening);
-    }();
+    static std::time_t now;
     v2::impl::rotation_clock = [] {
         return now;
     };
     source.add_sink(v2::sink::get_dir(pattern, big, big));
-    std::vector<std::string> expected{log_lines(1, "before midnight ")};
-    now += 60;
-    expected.push_back(log_lines(1, "after midnight "));
-    expected.back() += log_lines(1, "the same day ");
-    now += 24 * 3600;
-    expected.push_back(log_lines(1, "a day later "));
-    Strings days;
-    for (auto const& file : files_in(logs)) {
-        days.push_back(text_in(file));
+    Strings expected;
+    for (auto const& [clock, new_file] : {std::pair{"2024-05-01 23:59:30", true},
+                                          {"2024-05-02 00:00:30", true},
+                                          {"2024-05-02 12:00:00", false},
+                                          {"2024-05-01 23:59:50", false},
+                                          {"2024-05-02 00:00:10", true},
+                                          {"2024-05-03 00:00:10", true},
+                                          {"2024-04-24 12:00:00", false},
+                                          {"2024-04-25 00:00:05", true}}) {
+        std::tm local{};
+        std::istringstream(clock) >> std::get_time(&local, "%Y-%m-%d %H:%M:%S");
+        local.tm_isdst = -1;
+        now = std::mktime(&local);
+        if (new_file) {
+            expected.emplace_back();
+        }
+        expected.back() += log_lines(1, std::string(clock) + " ");
     }
-    EXPECT_EQ(days, expected);
+    Strings files;
+    for (auto const& file : files_in(logs)) {
+        files.push_back(text_in(file));
+    }
+    EXPECT_EQ(files, expected);
 }
 
 // Retention runs at the first rotation and deletes the oldest files whatever their names. Two
