@@ -77,15 +77,14 @@ TEST_F(DirectorySink, OneSinkPerExactPatternWhileItLivesThenASuccessorWithTheNew
 TEST_F(DirectorySink, RefusesABadPatternOrDirectoryAndTouchesNothing)
 {
     fs::current_path(dir.root);
-    for (auto const& [bad, reason] : {std::pair<std::string, std::string>{"", "empty"},
-                                      {"app %2N.log", "directory"},
-                                      {"./app %2N.log", "directory"},
-                                      {"logs/", "no file"},
-                                      {(logs / ".").string(), "no file"}}) {
+    for (auto const& [bad, reason] : {std::pair<std::string, std::string>{"", "is empty"},
+                                      {"app %2N.log", "has no directory part"},
+                                      {"./app %2N.log", "has no directory part"},
+                                      {"logs/", "names no file"},
+                                      {(logs / ".").string(), "names no file"}}) {
         auto const what =
             thrown_text<std::invalid_argument>([p = bad] { v2::sink::get_dir(p, 1, 1); });
-        EXPECT_NE(what.find("\"" + bad + "\""), std::string::npos) << what;
-        EXPECT_NE(what.find(reason), std::string::npos) << what;
+        EXPECT_NE(what.find("\"" + bad + "\" " + reason), std::string::npos) << what;
     }
     EXPECT_EQ(files_in(dir.root), std::vector<fs::path>{logs});
     EXPECT_TRUE(files_in(logs).empty());
@@ -144,9 +143,7 @@ TEST_F(DirectorySink, NoLineIsLostWhenTheCurrentFileOrItsDirectoryIsRemoved)
     ASSERT_EQ(::write(to_child[1], &token, 1), 1);
     int status = -1;
     EXPECT_TRUE(::waitpid(child, &status, 0) == child && status == 0) << status;
-    std::string const text = text_in(logs);
-    EXPECT_NE(text.find("child after 10\nchild after 11\nchild after 12\n"), std::string::npos)
-        << text;
+    EXPECT_EQ(text_in(logs / "child 01.txt"), "child after 10\nchild after 11\nchild after 12\n");
 
     fs::remove_all(logs);
     std::string const kept = log_lines(3, "kept ");
@@ -214,13 +211,8 @@ TEST_F(DirectorySink, RetentionDeletesTheOldestFilesUnderOneBudgetPerDirectory)
         std::ofstream((logs / name).string()) << std::string(1000, 'x');
         fs::last_write_time(logs / name, fs::last_write_time(logs / name) - hours_ago * 3600);
     }
-    auto const sink = v2::sink::get_dir(pattern, 300, big);
     auto const small = v2::sink::get_dir((logs / "small %2N.txt").string(), 300, 1500);
-    auto const frontend = boost::dynamic_pointer_cast<
-        boost::log::sinks::synchronous_sink<boost::log::sinks::text_file_backend>>(
-        v2::sink::detail::get_unwrapped_sink(sink));
-    ASSERT_TRUE(frontend) << "a directory sink wraps exactly a synchronous text file sink";
-    source.add_sink(sink);
+    source.add_sink(v2::sink::get_dir(pattern, 300, big));
     log_lines(6, "line ");
     EXPECT_TRUE(fs::exists(logs / "a new"));
     EXPECT_FALSE(fs::exists(logs / "log 50.txt"));
