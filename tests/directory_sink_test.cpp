@@ -118,9 +118,10 @@ TEST_F(DirectorySink, FileLineLayoutAppendedToAnExistingFile)
         ":main\t\tfirst\n\t\t\tsecond\n\t\t\t\n\t\t\tfourth\n\t[t]\tunnamed\n");
 }
 
-// A line whose call returned reaches a file of the directory after the current file was removed,
-// here by another process's retention, or the whole directory was. The child ends without
-// running a destructor, so its lines must be on disk as each call returns.
+// A line whose call returned is in a file of the directory though the current file was removed,
+// here by another process's retention (each process's collector counts the other's files), or
+// the whole directory was. The child ends without running a destructor, so its lines must be on
+// disk as each call returns.
 TEST_F(DirectorySink, NoLineIsLostWhenTheCurrentFileOrItsDirectoryIsRemoved)
 {
     int to_parent[2], to_child[2];
@@ -174,9 +175,9 @@ TEST_F(DirectorySink, ARestartContinuesTheCounterAndNeverMixesRuns)
     }
 }
 
-// A file rotates at the first local midnight after it was opened, however few lines it holds, or
-// after the clock was last seen going back before that: a clock set back across midnight, or a
-// week back, rotates at the first midnight it reaches again.
+// A file rotates at the first local midnight after the earliest clock reading since it was
+// opened, however few lines it holds: a clock set back across midnight, or by a week, rotates at
+// the first midnight it reaches again, and going back begins no file by itself.
 TEST_F(DirectorySink, RotatesAtTheFirstMidnightAfterTheOpeningOrTheClockGoingBack)
 {
     static std::time_t now;
