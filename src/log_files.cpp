@@ -1,4 +1,4 @@
-// The files under a directory sink's back end: counter, replacement of removed files, midnight
+// The files under a directory sink's back end: counter, replacement of removed files, daily
 // rotation and write errors.
 #include "log_files.hpp"
 
@@ -233,8 +233,30 @@ struct file_state {
     line_buffer lines;
     // The back end stream's own buffer, put back before the stream is closed.
     std::streambuf* stream_buffer = nullptr;
-    // The first local midnight after the current file was opened.
+    // The earliest clock reading since the current file was opened (the opening time, unless the
+    // clock went back) and the first local midnight after it, where the file's day ends.
+    std::time_t earliest = 0;
     std::time_t midnight = 0;
+
+    // Begins the file's day at `now`.
+    void begin_day(std::time_t now)
+    {
+        earliest = now;
+        midnight = next_local_midnight(now);
+    }
+
+    // Whether the file's day is over at `now`. A reading before `earliest` takes its place, so a
+    // clock set back rotates at the first midnight it reaches again, not days later.
+    bool day_over(std::time_t now)
+    {
+        if (now >= midnight) {
+            return true;
+        }
+        if (now < earliest) {
+            begin_day(now);
+        }
+        return false;
+    }
 };
 
 } // namespace
@@ -255,7 +277,7 @@ void guard_log_files(boost::log::sinks::text_file_backend& backend)
         state->lines.open(files->get_current_file_name());
         state->stream_buffer = stream.rdbuf(&state->lines);
         stream.exceptions(std::ios_base::badbit);
-        state->midnight = next_local_midnight(rotation_clock());
+        state->begin_day(rotation_clock());
     });
     backend.set_close_handler([state](std::ostream& stream) {
         stream.exceptions(std::ios_base::goodbit);
@@ -268,7 +290,7 @@ void guard_log_files(boost::log::sinks::text_file_backend& backend)
     // Asked before every record while a file is open. A removed file is replaced before the
     // line is written; the back end makes the directory again if it went too.
     backend.set_time_based_rotation(
-        [state] { return state->lines.removed() || rotation_clock() >= state->midnight; });
+        [state] { return state->lines.removed() || state->day_over(rotation_clock()); });
 }
 
 } // namespace VT::Logging::v2::impl

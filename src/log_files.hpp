@@ -20,8 +20,10 @@ void continue_file_counter(boost::log::sinks::text_file_backend& backend,
 // Installs on `backend`, before its first record, the handlers that keep each line whose call
 // returned in a file of the directory:
 // - a new file is begun before the next line once the current one has been removed (by anyone,
-//   retention of another sink or process included) and at the first local midnight after the
-//   current file was opened;
+//   retention of another sink or process included), and once the clock reaches the first local
+//   midnight after its earliest reading since the current file was opened: the opening time,
+//   or the time the clock was set back to, so that a file rotates at the first midnight the
+//   clock reaches again, never days late; setting the clock back never begins a file by itself;
 // - lines are written through a buffer that keeps nothing back after a failed write, and a
 //   failed write or flush throws a Boost.Filesystem error naming the file out of the logging
 //   call (or into the Boost.Log exception handler); the next line then begins a new file.
