@@ -102,10 +102,8 @@ constexpr std::array<char, 512> hex_pairs = [] {
     return pairs;
 }();
 
-using native_thread_id = boost::log::thread_id::native_type;
-
 // The length of Boost.Log's text form of a thread identifier: "0x" and two digits per byte.
-constexpr std::size_t thread_id_width = 2 + 2 * sizeof(native_thread_id);
+constexpr std::size_t thread_id_width = 2 + 2 * sizeof(boost::log::thread_id::native_type);
 
 char* put(char* out, std::string_view text)
 {
