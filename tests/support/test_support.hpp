@@ -21,7 +21,6 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <mutex>
 #include <regex>
 #include <string>
 #include <thread>
@@ -39,41 +38,28 @@ inline v2::log_level level(int value)
 }
 
 // Keeps every record as "[channel] message", or the message alone when it has no channel.
-class capture_backend
-    : public boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
-public:
+struct capture_backend
+    : boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
     void consume(boost::log::record_view const& record)
     {
         auto const channel = record[v2::record::channel];
-        std::string line = channel ? "[" + std::string(channel.get()) + "] " : "";
-        line.append(record[v2::record::message].get());
-        std::lock_guard<std::mutex> lock(mutex_);
-        lines_.push_back(std::move(line));
+        lines.push_back((channel ? "[" + std::string(channel.get()) + "] " : "") +
+                        std::string(record[v2::record::message].get()));
     }
-
-    std::vector<std::string> lines() const
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return lines_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
+    Strings lines;
 };
 
 // A library sink handle over a capturing back end, routed by `name`.
 struct capture_sink {
+    using frontend_type = boost::log::sinks::synchronous_sink<capture_backend>;
     explicit capture_sink(std::string const& name = "test sink")
-        : backend(boost::make_shared<capture_backend>())
-        , handle(std::make_shared<v2::sink::base>(
-              boost::log::attribute_name(name),
-              boost::make_shared<boost::log::sinks::synchronous_sink<capture_backend>>(backend)))
+        : handle(std::make_shared<v2::sink::base>(boost::log::attribute_name(name), frontend))
     {
     }
-    std::vector<std::string> lines() const { return backend->lines(); }
+    // Under the sink's lock, so other threads may be logging meanwhile.
+    Strings lines() const { return frontend->locked_backend()->lines; }
 
-    boost::shared_ptr<capture_backend> backend;
+    boost::shared_ptr<frontend_type> frontend = boost::make_shared<frontend_type>();
     std::shared_ptr<v2::sink::base> handle;
 };
 
@@ -86,8 +72,7 @@ public:
     }
     void arrive_and_wait()
     {
-        waiting_.fetch_sub(1);
-        while (waiting_.load() > 0) {
+        for (waiting_.fetch_sub(1); waiting_.load() > 0;) {
             std::this_thread::yield();
         }
     }
