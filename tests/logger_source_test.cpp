@@ -15,6 +15,7 @@
 namespace {
 
 using namespace vtlog_test;
+namespace sinks = boost::log::sinks;
 
 // Logs numbered messages while `more(k)`, noting the calls that reported the overlap with the
 // start and how often each text was asked for.
@@ -210,8 +211,7 @@ TEST(LoggerSourceReentry, TextFunctionsMayLookUpLoggersAndLogWhileSinksChange)
 
 // A caller's asynchronous back end. It holds its first record until the test alone names the
 // sink, so the records still queued outlive the source and its loggers. One per child process.
-struct holding_backend
-    : boost::log::sinks::basic_sink_backend<boost::log::sinks::concurrent_feeding> {
+struct holding_backend : sinks::basic_sink_backend<sinks::concurrent_feeding> {
     ~holding_backend() { destroyed.set_value(); }
     void consume(boost::log::record_view const& record)
     {
@@ -233,16 +233,17 @@ struct holding_backend
     inline static std::promise<void> destroyed;
 };
 
+// Its queue has a mutex, which ThreadSanitizer follows.
+using holding_sink =
+    sinks::asynchronous_sink<holding_backend,
+                             sinks::bounded_fifo_queue<16, sinks::block_on_overflow>>;
+
 // The sink's feeding thread never ends up waiting for itself, and the record keeps its channel.
 TEST(LoggerSourceLifetime, AsynchronousSinkHoldingRecordsOutlivesTheSource)
 {
     expect_completes_in_child(30, [] {
-        auto handle = std::make_shared<v2::sink::base>(
-            boost::log::attribute_name("async sink"),
-            boost::make_shared<boost::log::sinks::asynchronous_sink<
-                holding_backend, // a queue with a mutex, which ThreadSanitizer follows
-                boost::log::sinks::bounded_fifo_queue<16,
-                                                      boost::log::sinks::block_on_overflow>>>());
+        auto handle = std::make_shared<v2::sink::base>(boost::log::attribute_name("async sink"),
+                                                       boost::make_shared<holding_sink>());
         holding_backend::handle = handle;
         {
             v2::logger_source source;
