@@ -122,14 +122,15 @@ TEST(LoggerSource, HeldMessagesAreTrimmedAndReplayedInOrderThroughTheLevelsAtThe
 TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
 {
     constexpr int threads = 3, warm_up = 40, after_start = 40;
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    for (int round = 0; round < 200 && std::chrono::steady_clock::now() < deadline; ++round) {
+    using steady = std::chrono::steady_clock;
+    auto deadline = steady::time_point::max();
+    for (int round = 0; round < 200 && steady::now() < deadline; ++round) {
         v2::logger_source source;
         std::vector<capture_sink> sinks(round == 0 ? 33 : 1);
         std::vector<numbered_writer> writers(threads);
         std::atomic<int> warmed_up{0};
         std::atomic<bool> started{false}, gave_up{false};
-        auto const give_up = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        auto const give_up = steady::now() + std::chrono::seconds(20);
         start_line first_use(threads + 1);
         std::vector<std::thread> running;
         for (int t = 0; t < threads; ++t) {
@@ -138,7 +139,7 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
                 int since_start = 0;
                 writers[t].run(source.get_child_logger(std::to_string(t)), [&](int k) {
                     warmed_up.fetch_add(k == warm_up);
-                    gave_up = gave_up || std::chrono::steady_clock::now() > give_up;
+                    gave_up = gave_up || steady::now() > give_up;
                     return (since_start += started.load()) <= after_start && !gave_up;
                 });
             });
@@ -160,6 +161,9 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
             writer.expect_each_written_once(sinks[0].lines());
         }
         ASSERT_FALSE(HasFailure()) << "round " << round;
+        if (round == 0) { // the slow first round takes no time from the others
+            deadline = steady::now() + std::chrono::seconds(20);
+        }
     }
 }
 
