@@ -1,6 +1,6 @@
-// Shared test helpers: a sink that keeps what it receives, a start line for racing threads, the
-// text of a thrown exception, the check of an assertion's text, a bounded child process, and a
-// temporary directory with the files in it.
+// Shared test helpers: a sink that keeps what it receives, a capture of a standard stream, a start
+// line for racing threads, the text of a thrown exception, the check of an assertion's text, a
+// bounded child process, and a temporary directory with the files in it.
 #pragma once
 
 #include "VTLog/v2/log.hpp"
@@ -20,8 +20,10 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <iterator>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -61,6 +63,15 @@ struct capture_sink {
 
     boost::shared_ptr<frontend_type> frontend = boost::make_shared<frontend_type>();
     std::shared_ptr<v2::sink::base> handle;
+};
+
+// Takes over the output of `stream` until destroyed, counting its flushes.
+template <std::ostream& stream>
+struct stream_capture : std::stringbuf {
+    ~stream_capture() override { stream.rdbuf(original); }
+    int sync() override { return ++flushes, 0; }
+    std::streambuf* const original = stream.rdbuf(this);
+    int flushes = 0;
 };
 
 // Releases a fixed number of threads at once (a one-shot barrier, C++17 has none).
