@@ -54,27 +54,35 @@ TEST(CallHelpers, FormatAndTextFunctionRunOnlyForWhatIsLogged)
 
 // log_fmt skips a filtered message before building its text object, so its level test must
 // agree with `log`: before the start every level is held (the start decides, and levels can be
-// negative), after it the logger's level decides, and a finished source takes nothing.
+// negative), after it the logger's level decides. A logger outliving its source, started or not,
+// writes nothing and asks for no text.
 TEST(CallHelpers, IsEnabledAgreesWithWhatLogKeepsInEveryState)
 {
-    capture_sink sink;
-    std::optional<v2::logger> l;
-    {
-        v2::logger_source source;
-        source.add_sink(sink.handle);
-        l = source.get_child_logger("l");
-        EXPECT_TRUE(l->is_enabled(level(-9)));
-        v2::log_fmt(*l, level(-5), "held {}", 1);
-        v2::log_fmt(*l, level(-9), "held {}", 2);
-        source.start_logging(level(-6));
-        EXPECT_FALSE(l->is_enabled(level(-7)));
-        EXPECT_TRUE(l->is_enabled(level(-6)));
-        v2::log_fmt(*l, level(-7), "filtered {}", 3);
-        v2::log_fmt(*l, level(-6), "running {}", 4);
+    for (bool started : {false, true}) {
+        capture_sink sink;
+        std::optional<v2::logger> l;
+        {
+            v2::logger_source source;
+            source.add_sink(sink.handle);
+            l = source.get_child_logger("left.behind");
+            EXPECT_TRUE(l->is_enabled(level(-9)));
+            v2::log_fmt(*l, level(-5), "held {}", 1);
+            v2::log_fmt(*l, level(-9), "held {}", 2);
+            if (started) {
+                source.start_logging(level(-6));
+                EXPECT_FALSE(l->is_enabled(level(-7)));
+                EXPECT_TRUE(l->is_enabled(level(-6)));
+                v2::log_fmt(*l, level(-7), "filtered {}", 3);
+                v2::log_fmt(*l, level(-6), "running {}", 4);
+            }
+        }
+        EXPECT_FALSE(l->is_enabled(level(100)));
+        v2::log_fmt(*l, level(100), "finished {}", 5);
+        l->log(level(100), v2::lazy_text([]() -> std::string { throw std::logic_error("asked"); }));
+        EXPECT_EQ(l->get_domain(), "left.behind");
+        Strings const written{"[left.behind] held 1", "[left.behind] running 4"};
+        EXPECT_EQ(sink.lines(), started ? written : Strings{});
     }
-    EXPECT_FALSE(l->is_enabled(level(100)));
-    v2::log_fmt(*l, level(100), "finished {}", 5);
-    EXPECT_EQ(sink.lines(), (Strings{"[l] held 1", "[l] running 4"}));
 }
 
 } // namespace

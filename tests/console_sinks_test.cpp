@@ -5,27 +5,16 @@
 
 #include <boost/log/attributes/constant.hpp>
 
-#include <iostream>
-#include <sstream>
-
 namespace {
 
 using namespace VT::Logging::v2;
-
-template <std::ostream& stream>
-struct stream_capture : std::stringbuf { // takes over the output of `stream`, counts its flushes
-    ~stream_capture() override { stream.rdbuf(original); }
-    int sync() override { return ++flushes, 0; }
-    std::streambuf* const original = stream.rdbuf(this);
-    int flushes = 0;
-};
 
 TEST(ConsoleSinks, DomainThenMessageEndingInOneNewlineFlushedPerRecord)
 {
     EXPECT_EQ(sink::get_stdout(), sink::get_stdout());
     EXPECT_NE(sink::get_stdout(), sink::get_stderr());
-    stream_capture<std::cout> out;
-    stream_capture<std::cerr> err;
+    vtlog_test::stream_capture<std::cout> out;
+    vtlog_test::stream_capture<std::cerr> err;
     logger_source source;
     source.add_sink(sink::get_stdout());
     source.start_logging(log_level::info);

@@ -5,9 +5,6 @@
 
 #include <VTLog/VTLog.hpp>
 
-#include <iostream>
-#include <sstream>
-
 namespace {
 
 namespace Logging = VT::Logging;
@@ -15,13 +12,10 @@ using namespace vtlog_test;
 
 // A fresh log directory, standard output captured, and a configuration for both.
 struct Facade : ::testing::Test {
-    ~Facade() override { std::cout.rdbuf(saved_stdout); }
-
     temp_dir temp;
     fs::path const dir = temp.root;
     Logging::LogConfig config{level(2), {}, dir.string(), 1 << 20, 1 << 16};
-    std::ostringstream out;
-    std::streambuf* const saved_stdout = std::cout.rdbuf(out.rdbuf());
+    stream_capture<std::cout> out;
 };
 
 // An empty directory (the default with HOME unset) is refused, never taken for the current one,

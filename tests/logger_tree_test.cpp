@@ -4,6 +4,7 @@
 #include "logger_source.hpp"
 #include "logger_tree.hpp"
 
+#include <boost/algorithm/string/join.hpp>
 #include <boost/thread/thread.hpp>
 
 #include <set>
@@ -25,16 +26,15 @@ TEST(LoggerTree, DottedPathsNameOneNodePerDomainAndEmptyOnesAreRefused)
     EXPECT_EQ(dotted.get_log_level(), level(7));
     EXPECT_EQ(source.get_child_logger("Other.Curl").get_log_level(), level(0))
         << "the same name under another parent is another node";
-    for (auto const& call : std::vector<std::function<void()>>{
-             [&] { source.get_child_logger(""); }, [&] { source.get_child_logger("..."); },
-             [&] { source.set_child_log_level("", level(1)); },
-             [&] { source.reset_child_log_level("."); },
-             [&] {
-                 network.get_child_logger("..");
-             }}) {
+    auto const refused = [&](std::function<void()> const& call) {
         expect_assertion(call, "VTLog/v2/log",
                          "make_or_get_descendant Assertion !child_name.empty()");
-    }
+    };
+    refused([&] { source.get_child_logger(""); });
+    refused([&] { source.get_child_logger("..."); });
+    refused([&] { source.set_child_log_level("", level(1)); });
+    refused([&] { source.reset_child_log_level("."); });
+    refused([&] { network.get_child_logger(".."); });
 }
 
 TEST(LoggerTreeDeathTest, NullNodeTerminates)
@@ -53,11 +53,7 @@ TEST(LoggerTreeDeathTest, DeepPathsAreRefusedCleanlyOnASmallStack)
         small_stack.set_stack_size(512 * 1024);
         boost::thread worker(small_stack, [] {
             auto const path = [](std::size_t components) {
-                std::string joined = "c";
-                for (std::size_t i = 1; i < components; ++i) {
-                    joined += ".c";
-                }
-                return joined;
+                return boost::algorithm::join(Strings(components, "c"), ".");
             };
             v2::logger_source source;
             capture_sink sink;

@@ -4,6 +4,8 @@
 #include <boost/log/expressions.hpp>
 #include <boost/log/sinks/syslog_backend.hpp>
 
+#include <optional>
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -17,31 +19,50 @@ namespace expr = boost::log::expressions;
 namespace sinks = boost::log::sinks;
 namespace record = v2::record;
 
-// One line per record of what the keywords yield, copied out while the record lives: whether
-// the message is owned (std::string) or viewed, the texts, the level, whether it has a time.
+// One line per record of what the keywords yield, read while the record lives: whether the
+// message is owned (std::string) or viewed, the texts and the level; the time text must be a real
+// one. Once, the sink logs again from inside itself: the record it is writing must keep its own
+// values while its thread logs another, since a thread reuses them once no record holds them.
 class keyword_backend : public sinks::basic_sink_backend<sinks::synchronized_feeding> {
 public:
     void consume(boost::log::record_view const& r)
     {
-        auto text = [](auto const& value) {
-            return value ? std::string(value.get()) : std::string("<missing>");
-        };
-        auto const& values = r.attribute_values();
-        bool const owned =
-            values[record::message.get_name()].get_type().type_info() == typeid(std::string);
-        auto const severity = r[record::severity];
-        std::string const time = text(r[record::time_string]);
-        lines.push_back((owned ? "owned " : "viewed ") + text(r[record::message]) + " [" +
-                        text(r[record::channel]) + "] <" + text(r[record::thread_name]) + "> " +
-                        (severity ? std::to_string(static_cast<int>(severity.get())) : "none") +
-                        (time.size() == 29 && time[0] != '?' ? "" : " bad time " + time));
+        auto const line = describe(r), time = text(r[record::time_string]);
+        if (inner) {
+            auto const l = *inner;
+            inner.reset();
+            v2::log_str(l, level(9), "logged by the sink");
+            EXPECT_EQ(describe(r) + text(r[record::time_string]), line + time)
+                << "changed under it";
+        }
+        EXPECT_TRUE(time.size() == 29 && time[0] != '?') << line << " at " << time;
+        lines.push_back(line);
     }
+
+    static std::string describe(boost::log::record_view const& r)
+    {
+        bool const owned =
+            r.attribute_values()[record::message.get_name()].get_type().type_info() ==
+            typeid(std::string);
+        auto const severity = r[record::severity];
+        return (owned ? "owned " : "viewed ") + text(r[record::message]) + " [" +
+               text(r[record::channel]) + "] <" + text(r[record::thread_name]) + "> " +
+               (severity ? std::to_string(static_cast<int>(severity.get())) : "none");
+    }
+    template <class Value>
+    static std::string text(Value const& value)
+    {
+        return value ? std::string(value.get()) : std::string("<missing>");
+    }
+
+    std::optional<v2::logger> inner; // the logger the sink logs through once
     std::vector<std::string> lines;
 };
 
 // A written record views the caller's text; a held one owns a copy. Both must read back the
-// same through the keywords, and a sink's filter must be able to test the severity keyword.
-TEST(RecordKeywords, TextsExtractAsViewsFromWrittenAndHeldRecords)
+// same through the keywords, and a sink's filter must be able to test the severity keyword. A
+// record logged from inside the sink is read back as well.
+TEST(RecordKeywords, TextsExtractFromHeldWrittenAndNestedRecords)
 {
     auto const backend = boost::make_shared<keyword_backend>();
     auto const frontend = boost::make_shared<sinks::synchronous_sink<keyword_backend>>(backend);
@@ -56,9 +77,11 @@ TEST(RecordKeywords, TextsExtractAsViewsFromWrittenAndHeldRecords)
     v2::set_current_thread_name("");
     source.start_logging(level(2));
     v2::log_str(l, level(2), "below the sink's filter");
+    backend->inner = source.get_child_logger("inner");
     v2::log_str(l, level(4), "written at once");
     EXPECT_EQ(backend->lines,
               (std::vector<std::string>{"owned held until start [net.curl] <main> 3",
+                                        "viewed logged by the sink [inner] <> 9",
                                         "viewed written at once [net.curl] <> 4"}));
 }
 

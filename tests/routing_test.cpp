@@ -54,18 +54,38 @@ TEST_F(Routing, NullSinksAreRefusedAndChangeNothing)
     EXPECT_EQ(source.get_data()->sinks.size(), 1u);
 }
 
-TEST_F(Routing, HandlesSharingANameShareOneMarker)
+// Markers are named by the sink and counted per tree. Every handle of an attached name is fed,
+// attached or not, and a dropped one is gone from the core. Detaching from one source, twice, or
+// finishing another leaves the name fed by the tree that still carries it; a tree still holding
+// keeps its records from the sink until it starts. Removing any handle of the name strips its
+// markers from that tree.
+TEST_F(Routing, EveryHandleOfANameIsFedByTheTreesCarryingIt)
 {
-    capture_sink second("test sink"), dropped("test sink");
-    source.add_sink(sink.handle);
-    source.add_sink(second.handle);
-    auto l = source.get_child_logger("l");
-    dropped.handle.reset(); // its marker is on the tree, but it is gone from the core
-    v2::log_str(l, level(0), "both");
+    capture_sink attached_twin, unattached_twin, dropped;
+    v2::logger_source detached, holding;
+    for (auto* carrier : {&source, &detached, &holding}) {
+        carrier->add_sink(sink.handle);
+    }
+    source.add_sink(attached_twin.handle);
+    detached.start_logging(level(0));
+    {
+        v2::logger_source finished;
+        finished.add_sink(sink.handle);
+        finished.start_logging(level(0));
+    }
+    dropped.handle.reset();
+    EXPECT_TRUE(detached.remove_sink(sink.handle));
+    EXPECT_FALSE(detached.remove_sink(sink.handle));
+    v2::log_str(holding.get_child_logger("h"), level(0), "held");
+    v2::log_str(detached.get_child_logger("d"), level(0), "detached");
+    v2::log_str(source.get_child_logger("k"), level(0), "live");
+    EXPECT_EQ(sink.lines(), Strings{"[k] live"});
+    holding.start_logging(level(0));
     source.remove_sink(sink.handle);
-    v2::log_str(l, level(0), "neither");
-    EXPECT_EQ(sink.lines(), Strings{"[l] both"});
-    EXPECT_EQ(second.lines(), Strings{"[l] both"}) << "still attached, but unmarked";
+    v2::log_str(source.get_child_logger("k"), level(0), "unmarked");
+    for (auto const* fed : {&sink, &attached_twin, &unattached_twin}) {
+        EXPECT_EQ(fed->lines(), (Strings{"[k] live", "[h] held"}));
+    }
     EXPECT_TRUE(dropped.lines().empty());
 }
 

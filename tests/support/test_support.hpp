@@ -1,6 +1,6 @@
-// Shared test helpers: a sink that keeps what it receives, a start line for racing threads, the
-// text of a thrown exception, the check of an assertion's text, a bounded child process, and a
-// temporary directory with the files in it.
+// Shared test helpers: a sink that keeps what it receives, a capture of a standard stream, a start
+// line for racing threads, the text of a thrown exception, the check of an assertion's text, a
+// bounded child process, and a temporary directory with the files in it.
 #pragma once
 
 #include "VTLog/v2/log.hpp"
@@ -20,9 +20,10 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <iterator>
-#include <mutex>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -39,42 +40,38 @@ inline v2::log_level level(int value)
 }
 
 // Keeps every record as "[channel] message", or the message alone when it has no channel.
-class capture_backend
-    : public boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
-public:
+struct capture_backend
+    : boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
     void consume(boost::log::record_view const& record)
     {
         auto const channel = record[v2::record::channel];
-        std::string line = channel ? "[" + std::string(channel.get()) + "] " : "";
-        line.append(record[v2::record::message].get());
-        std::lock_guard<std::mutex> lock(mutex_);
-        lines_.push_back(std::move(line));
+        lines.push_back((channel ? "[" + std::string(channel.get()) + "] " : "") +
+                        std::string(record[v2::record::message].get()));
     }
-
-    std::vector<std::string> lines() const
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return lines_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
+    Strings lines;
 };
 
 // A library sink handle over a capturing back end, routed by `name`.
 struct capture_sink {
+    using frontend_type = boost::log::sinks::synchronous_sink<capture_backend>;
     explicit capture_sink(std::string const& name = "test sink")
-        : backend(boost::make_shared<capture_backend>())
-        , handle(std::make_shared<v2::sink::base>(
-              boost::log::attribute_name(name),
-              boost::make_shared<boost::log::sinks::synchronous_sink<capture_backend>>(backend)))
+        : handle(std::make_shared<v2::sink::base>(boost::log::attribute_name(name), frontend))
     {
     }
-    std::vector<std::string> lines() const { return backend->lines(); }
+    // Under the sink's lock, so other threads may be logging meanwhile.
+    Strings lines() const { return frontend->locked_backend()->lines; }
 
-    boost::shared_ptr<capture_backend> backend;
+    boost::shared_ptr<frontend_type> frontend = boost::make_shared<frontend_type>();
     std::shared_ptr<v2::sink::base> handle;
+};
+
+// Takes over the output of `stream` until destroyed, counting its flushes.
+template <std::ostream& stream>
+struct stream_capture : std::stringbuf {
+    ~stream_capture() override { stream.rdbuf(original); }
+    int sync() override { return ++flushes, 0; }
+    std::streambuf* const original = stream.rdbuf(this);
+    int flushes = 0;
 };
 
 // Releases a fixed number of threads at once (a one-shot barrier, C++17 has none).
@@ -86,8 +83,7 @@ public:
     }
     void arrive_and_wait()
     {
-        waiting_.fetch_sub(1);
-        while (waiting_.load() > 0) {
+        for (waiting_.fetch_sub(1); waiting_.load() > 0;) {
             std::this_thread::yield();
         }
     }
