@@ -58,7 +58,7 @@ TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeWithItsOffset)
     }
     EXPECT_EQ(text(impl::local_time_text(ptime(pos_infin))), impl::fallback_time_text);
     EXPECT_EQ(text(impl::local_time_text(ptime(date(1969, 12, 31)))), impl::fallback_time_text);
-    // Offsets of 100 hours and more take the printf path, the others the digit-by-digit one.
+    // Offsets of 100 hours and more take the printf path, the others the fast one.
     for (int i = 0; i < 500; ++i) {
         date const d = date(1400, 1, 1) + boost::gregorian::days(i * 6007);
         auto const t = microseconds(i * 172'799'999'983LL % 86'400'000'000LL);
