@@ -33,16 +33,13 @@ namespace {
 
 namespace sinks = boost::log::sinks;
 
-using frontend = sinks::synchronous_sink<sinks::text_file_backend>;
-using collector_ptr = boost::shared_ptr<sinks::file::collector>;
+using frontend = sinks::synchronous_sink<impl::log_file_backend>;
 
 struct sink_lookup {
     std::weak_ptr<base> handle;
     // The handle the entry was made for. It stays comparable after `handle` has expired, which
     // lets a dying sink tell its own entry from one that a newer sink has taken over.
     base const* identity;
-    // The collector set on the sink's back end, which Boost.Log does not hand out again.
-    collector_ptr collector;
 };
 
 // The live directory sinks, keyed by pattern (exact bytes: "logs/a" and "logs//a" are two
@@ -208,30 +205,10 @@ void check_pattern(std::string const& pattern)
 }
 
 boost::shared_ptr<frontend> make_frontend(boost::filesystem::path const& path,
-                                          unsigned long rotation_size, unsigned long max_total_size,
-                                          collector_ptr& collector)
+                                          unsigned long rotation_size, unsigned long max_total_size)
 {
-    auto backend = boost::make_shared<sinks::text_file_backend>();
-    // A file whose name exists already (a pattern without a counter) is continued.
-    backend->set_open_mode(std::ios_base::out | std::ios_base::binary | std::ios_base::app);
-    backend->set_file_name_pattern(path);
-    impl::guard_log_files(*backend);
-    backend->set_rotation_size(rotation_size);
-    impl::continue_file_counter(*backend, path);
-    // Rotated files stay where they were written; only their total size is bounded. Making the
-    // collector creates the directory, so an unusable one is reported here, by get_dir.
-    collector = sinks::file::make_collector(
-        boost::log::keywords::target = path.parent_path(),
-        boost::log::keywords::max_size = max_total_size, boost::log::keywords::min_free_space = 0,
-        boost::log::keywords::max_files = std::numeric_limits<unsigned long>::max());
-    backend->set_file_collector(collector);
-    // Every file already in the directory counts toward the total, whatever its name, and
-    // being older than anything this sink writes, goes first once the total is exceeded.
-    backend->scan_for_files(sinks::file::scan_all, true);
-    // Each line is on disk when the logging call returns, even if the process dies next.
-    backend->auto_flush(true);
-
-    auto made = boost::make_shared<frontend>(backend);
+    auto made = boost::make_shared<frontend>(
+        boost::make_shared<impl::log_file_backend>(path, rotation_size, max_total_size));
     made->set_formatter(&full_formatter);
     return made;
 }
@@ -258,13 +235,12 @@ std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
         }
     }
 
-    collector_ptr collector;
-    auto sink = make_frontend(pattern, rotation_size, max_total_size, collector);
+    auto sink = make_frontend(pattern, rotation_size, max_total_size);
     made = std::make_shared<pattern_sink>(boost::log::attribute_name("pattern sink " + pattern),
                                           std::move(sink), pattern, get_pattern_sink_data());
     // An expired entry belongs to a sink whose destructor is waiting for this lock; taking the
     // entry over is what its identity test expects.
-    sink_lookup const lookup{made, made.get(), std::move(collector)};
+    sink_lookup const lookup{made, made.get()};
     if (entry != registry->sinks.end()) {
         entry->second = lookup;
     } else {
@@ -274,18 +250,5 @@ std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
 }
 
 } // namespace sink
-
-boost::shared_ptr<boost::log::sinks::file::collector>
-impl::get_file_collector(std::shared_ptr<sink::base> const& handle)
-{
-    auto const registry = sink::get_pattern_sink_data();
-    std::lock_guard<std::mutex> lock(registry->mutex);
-    for (auto const& [pattern, entry] : registry->sinks) {
-        if (entry.identity == handle.get() && !entry.handle.expired()) {
-            return entry.collector;
-        }
-    }
-    return {};
-}
 
 } // namespace VT::Logging::v2

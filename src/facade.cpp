@@ -2,10 +2,9 @@
 #include "VTLog/VTLog.hpp"
 
 #include "assert.hpp"
-#include "directory_sink.hpp"
+#include "log_files.hpp"
 
 #include <boost/log/sinks/sync_frontend.hpp>
-#include <boost/log/sinks/text_file_backend.hpp>
 #include <fmt/format.h>
 
 #include <cstdlib>
@@ -107,13 +106,10 @@ void add_log_file(boost::filesystem::path const& file)
     auto const boost_sink = v2::sink::detail::get_unwrapped_sink(wrapper_logger);
     VT_FACADE_ASSERT(boost_sink);
     auto const boost_logger = boost::dynamic_pointer_cast<
-        boost::log::sinks::synchronous_sink<boost::log::sinks::text_file_backend>>(boost_sink);
+        boost::log::sinks::synchronous_sink<v2::impl::log_file_backend>>(boost_sink);
     VT_FACADE_ASSERT(boost_logger);
-    // Asked before the back end is locked, so the registry's mutex is never awaited under it.
-    auto const collector = v2::impl::get_file_collector(wrapper_logger);
-    VT_FACADE_ASSERT(collector);
-    auto const backend = boost_logger->locked_backend();
-    collector->store_file(file);
+    // Locked, so that the file is never stored in the middle of a rotation.
+    boost_logger->locked_backend()->store_file(file);
 }
 
 } // namespace detail2

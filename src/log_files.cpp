@@ -1,22 +1,25 @@
-// The files under a directory sink's back end: counter, replacement of removed files, daily
-// rotation and write errors.
+// The files of a directory sink: names, the counter, writing, rotation and retention.
 #include "log_files.hpp"
 
+#include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
-#include <boost/make_shared.hpp>
 #include <boost/system/error_code.hpp>
+#include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <memory>
-#include <ostream>
-#include <regex>
-#include <streambuf>
-#include <string>
+#include <chrono>
+#include <map>
+#include <stdexcept>
+#include <string_view>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace VT::Logging::v2::impl {
@@ -28,269 +31,406 @@ std::time_t (*rotation_clock)() = [] {
 namespace {
 
 namespace fs = boost::filesystem;
-namespace file = boost::log::sinks::file;
 
-// A regular expression for the file names of a Boost.Log file name pattern (a file name, no
-// directory): the first counter placeholder (%N, %2N...) is group 1, other placeholders match
-// any text, "%%" is a percent sign.
-std::string name_expression(std::string const& pattern)
+[[noreturn]] void throw_file_error(char const* what, fs::path const& file, int error)
 {
-    std::string expression;
-    bool counter_seen = false;
-    for (std::size_t i = 0; i < pattern.size(); ++i) {
-        char const c = pattern[i];
-        if (c != '%' || i + 1 == pattern.size()) {
-            if (std::string_view("\\^$.|?*+()[]{}").find(c) != std::string_view::npos) {
-                expression += '\\';
-            }
-            expression += c;
-            continue;
-        }
-        auto const end = pattern.find_first_not_of("0123456789", i + 1);
-        if (end == std::string::npos) {
-            expression += ".*";
-            break;
-        }
-        if (pattern[end] == '%') {
-            expression += '%';
-        } else if (pattern[end] == 'N') {
-            expression += counter_seen ? "[0-9]+" : "([0-9]+)";
-            counter_seen = true;
-        } else {
-            expression += ".+?";
-        }
-        i = end;
-    }
-    return expression;
+    throw fs::filesystem_error(what, file,
+                               boost::system::error_code(error, boost::system::generic_category()));
 }
 
-// A collector that only counts: given to a back end for one scan of its pattern's directory,
-// it raises the counter past every matching file, however many of them the directory's real
-// collector already holds.
-class counter_scan : public file::collector {
-public:
-    explicit counter_scan(fs::path directory)
-        : directory_(std::move(directory))
-    {
-    }
-
-    // Never called: the real collector replaces this one before the first file is written.
-    void store_file(fs::path const&) override {}
-
-    std::uintmax_t scan_for_files(file::scan_method, fs::path const& pattern,
-                                  unsigned int* counter) override
-    {
-        std::regex const names(name_expression(pattern.filename().string()));
-        std::uintmax_t matching = 0;
-        boost::system::error_code error;
-        for (fs::directory_iterator entry(directory_, error), end; !error && entry != end;
-             entry.increment(error)) {
-            std::smatch match;
-            std::string const name = entry->path().filename().string();
-            if (!std::regex_match(name, match, names)) {
-                continue;
-            }
-            ++matching;
-            // Nine digits at most, so that the counter never wraps.
-            if (counter && match[1].matched && match[1].length() <= 9) {
-                *counter = std::max(*counter, static_cast<unsigned>(std::stoul(match[1])) + 1);
-            }
+// Walks the placeholders of a file name pattern: `literal` gets each run of plain text (a "%%"
+// as "%"), `placeholder` the letter and the width of each placeholder. Throws for a placeholder
+// that file names do not support.
+template <class Literal, class Placeholder>
+void parse_pattern(std::string const& pattern, Literal&& literal, Placeholder&& placeholder)
+{
+    std::size_t plain = 0;
+    for (std::size_t i = pattern.find('%'); i != std::string::npos; i = pattern.find('%', plain)) {
+        literal(std::string_view(pattern).substr(plain, i - plain));
+        auto const letter = pattern.find_first_not_of("0123456789", i + 1);
+        if (letter == std::string::npos ||
+            std::string_view("%NYymdHMSf").find(pattern[letter]) == std::string_view::npos ||
+            (letter > i + 1 && pattern[letter] != 'N')) {
+            throw std::invalid_argument("log file name pattern \"" + pattern +
+                                        "\" has a placeholder other than %Y, %y, %m, %d, %H, %M, "
+                                        "%S, %f, %N (with a width such as %2N) and %%");
         }
-        return matching;
-    }
-
-private:
-    fs::path const directory_;
-};
-
-// The back end's lines go to the current file through this buffer and a descriptor of its own:
-// the back end's file stream stays open but idle. Unlike a file stream's buffer it keeps nothing
-// back after a failed write, which a later flush would otherwise write again after the torn
-// part; and it can tell, with one system call, whether the file has been removed.
-class line_buffer : public std::streambuf {
-public:
-    line_buffer() { reset(); }
-    ~line_buffer() override { close(); }
-    line_buffer(line_buffer const&) = delete;
-    line_buffer& operator=(line_buffer const&) = delete;
-
-    // Opens `file` for appending; throws a Boost.Filesystem error naming it when it cannot.
-    void open(fs::path const& file)
-    {
-        close();
-        fd_ = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-        if (fd_ < 0) {
-            throw_error("cannot open the log file", file);
+        if (pattern[letter] == '%') {
+            literal("%");
+        } else {
+            placeholder(pattern[letter], letter > i + 1 ? std::stoi(pattern.substr(i + 1)) : 0);
         }
-        file_ = file;
+        plain = letter + 1;
     }
+    literal(std::string_view(pattern).substr(plain));
+}
 
-    // Writes what is pending, ignoring errors (they were or will be reported by a flush).
-    void close() noexcept
-    {
-        if (fd_ < 0) {
-            return;
-        }
-        try {
-            write_pending();
-        } catch (...) {
-        }
-        ::close(fd_);
-        fd_ = -1;
+// The instant's local calendar fields; the epoch when the system cannot convert it.
+std::tm local_time(std::time_t instant)
+{
+    std::tm local{};
+    if (!::localtime_r(&instant, &local)) {
+        std::time_t epoch = 0;
+        ::gmtime_r(&epoch, &local);
     }
+    return local;
+}
 
-    // Whether the file has been unlinked, or its directory removed, since it was opened. Asked
-    // before every line: on Linux, statx for the link count alone costs a fraction of fstat.
-    bool removed() const noexcept
-    {
-#if defined(__linux__)
-        struct statx status;
-        return fd_ < 0 ||
-               ::statx(fd_, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_NLINK, &status) != 0 ||
-               status.stx_nlink == 0;
-#else
-        struct stat status;
-        return fd_ < 0 || ::fstat(fd_, &status) != 0 || status.st_nlink == 0;
-#endif
-    }
-
-private:
-    int_type overflow(int_type c) override
-    {
-        write_pending();
-        if (!traits_type::eq_int_type(c, traits_type::eof())) {
-            *pptr() = traits_type::to_char_type(c);
-            pbump(1);
-        }
-        return traits_type::not_eof(c);
-    }
-
-    int sync() override
-    {
-        write_pending();
-        return 0;
-    }
-
-    // The end of the file: the back end reads it once a file is opened, so a file continued
-    // from an earlier run counts its earlier bytes toward the rotation size.
-    pos_type seekoff(off_type offset, std::ios_base::seekdir way, std::ios_base::openmode) override
-    {
-        off_type const end = offset == 0 && way == std::ios_base::cur && fd_ >= 0
-                                 ? ::lseek(fd_, 0, SEEK_END)
-                                 : off_type(-1);
-        return pos_type(end < 0 ? end : end + (pptr() - pbase()));
-    }
-
-    // Throws on failure; the pending bytes are dropped either way.
-    void write_pending()
-    {
-        char const* data = pbase();
-        auto left = static_cast<std::size_t>(pptr() - pbase());
-        reset();
-        while (left > 0) {
-            ssize_t const written = ::write(fd_, data, left);
-            if (written < 0 && errno != EINTR) {
-                throw_error("cannot write the log file", file_);
-            }
-            if (written > 0) {
-                data += written;
-                left -= static_cast<std::size_t>(written);
-            }
-        }
-    }
-
-    void reset()
-    {
-        setp(buffer_.data(), buffer_.data() + buffer_.size());
-    }
-
-    [[noreturn]] static void throw_error(char const* what, fs::path const& file)
-    {
-        throw fs::filesystem_error(
-            what, file, boost::system::error_code(errno, boost::system::generic_category()));
-    }
-
-    std::array<char, 4096> buffer_;
-    int fd_ = -1;
-    fs::path file_;
-};
-
-// 00:00:00 local time of the day after `now`'s.
+// 00:00:00 local time of the day after `now`'s; a day after `now` when the system cannot tell.
 std::time_t next_local_midnight(std::time_t now)
 {
     std::tm local{};
-    ::localtime_r(&now, &local);
+    if (!::localtime_r(&now, &local)) {
+        return now + 24 * 60 * 60;
+    }
     local.tm_mday += 1;
     local.tm_hour = local.tm_min = local.tm_sec = 0;
     local.tm_isdst = -1;
-    return std::mktime(&local);
+    std::time_t const midnight = std::mktime(&local);
+    return midnight == -1 || midnight <= now ? now + 24 * 60 * 60 : midnight;
 }
 
-// What the handlers of one back end share. The back end owns the handlers and they own this;
-// nothing owns the back end in return (the open handler keeps a plain pointer to it, used only
-// while the back end calls it), so there is no cycle.
-struct file_state {
-    line_buffer lines;
-    // The back end stream's own buffer, put back before the stream is closed.
-    std::streambuf* stream_buffer = nullptr;
-    // The earliest clock reading since the current file was opened (the opening time, unless the
-    // clock went back) and the first local midnight after it, where the file's day ends.
-    std::time_t earliest = 0;
-    std::time_t midnight = 0;
-
-    // Begins the file's day at `now`.
-    void begin_day(std::time_t now)
-    {
-        earliest = now;
-        midnight = next_local_midnight(now);
-    }
-
-    // Whether the file's day is over at `now`. A reading before `earliest` takes its place, so a
-    // clock set back rotates at the first midnight it reaches again, not days later.
-    bool day_over(std::time_t now)
-    {
-        if (now >= midnight) {
-            return true;
-        }
-        if (now < earliest) {
-            begin_day(now);
-        }
-        return false;
-    }
+// The directories of the process's sinks by real path. Never destroyed: a sink may be made or
+// dropped while the process exits.
+struct directory_registry {
+    std::mutex mutex;
+    std::map<std::string, std::weak_ptr<log_directory>> directories;
 };
+
+directory_registry& directories()
+{
+    static auto& registry = *new directory_registry();
+    return registry;
+}
 
 } // namespace
 
-void continue_file_counter(boost::log::sinks::text_file_backend& backend,
-                           boost::filesystem::path const& pattern)
+file_name_pattern::file_name_pattern(std::string name)
+    : pattern_(std::move(name))
 {
-    backend.set_file_collector(boost::make_shared<counter_scan>(pattern.parent_path()));
-    backend.scan_for_files(file::scan_matching, true);
-    backend.set_file_collector({});
+    std::string expression;
+    bool has_counter = false;
+    parse_pattern(
+        pattern_,
+        [&](std::string_view text) {
+            for (char const c : text) {
+                if (std::string_view("\\^$.|?*+()[]{}").find(c) != std::string_view::npos) {
+                    expression += '\\';
+                }
+                expression += c;
+            }
+        },
+        [&](char letter, int) {
+            expression += letter != 'N' ? ".+?" : has_counter ? "[0-9]+" : "([0-9]+)";
+            has_counter = has_counter || letter == 'N';
+        });
+    if (!has_counter) {
+        throw std::invalid_argument("log file name pattern \"" + pattern_ +
+                                    "\" has no counter (%N): each file of a sink needs a name of "
+                                    "its own for the rotation and total sizes to hold");
+    }
+    names_ = std::regex(expression);
 }
 
-void guard_log_files(boost::log::sinks::text_file_backend& backend)
+std::string file_name_pattern::file_name(std::tm const& local, long microseconds,
+                                         unsigned counter) const
 {
-    auto const state = std::make_shared<file_state>();
-    auto* const files = &backend;
-    backend.set_open_handler([state, files](std::ostream& stream) {
-        state->lines.open(files->get_current_file_name());
-        state->stream_buffer = stream.rdbuf(&state->lines);
-        stream.exceptions(std::ios_base::badbit);
-        state->begin_day(rotation_clock());
-    });
-    backend.set_close_handler([state](std::ostream& stream) {
-        stream.exceptions(std::ios_base::goodbit);
-        if (state->stream_buffer) {
-            stream.rdbuf(state->stream_buffer);
-            state->stream_buffer = nullptr;
+    std::string name;
+    parse_pattern(
+        pattern_, [&](std::string_view text) { name += text; },
+        [&](char letter, int width) {
+            switch (letter) {
+            case 'N':
+                fmt::format_to(std::back_inserter(name), "{:0{}}", counter, width);
+                break;
+            case 'Y':
+                fmt::format_to(std::back_inserter(name), "{:04}", local.tm_year + 1900);
+                break;
+            case 'y':
+                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_year % 100);
+                break;
+            case 'm':
+                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_mon + 1);
+                break;
+            case 'd':
+                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_mday);
+                break;
+            case 'H':
+                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_hour);
+                break;
+            case 'M':
+                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_min);
+                break;
+            case 'S':
+                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_sec);
+                break;
+            default:
+                fmt::format_to(std::back_inserter(name), "{:06}", microseconds);
+                break;
+            }
+        });
+    return name;
+}
+
+long long file_name_pattern::highest_counter(fs::path const& directory) const
+{
+    long long highest = -1;
+    boost::system::error_code error;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::smatch match;
+        std::string const name = entry->path().filename().string();
+        // Nine digits at most, so that the counter never wraps.
+        if (std::regex_match(name, match, names_) && match[1].length() <= 9) {
+            highest = std::max(highest, std::stoll(match[1]));
         }
-        state->lines.close();
-    });
-    // Asked before every record while a file is open. A removed file is replaced before the
-    // line is written; the back end makes the directory again if it went too.
-    backend.set_time_based_rotation(
-        [state] { return state->lines.removed() || state->day_over(rotation_clock()); });
+    }
+    return highest;
+}
+
+log_directory::log_directory(fs::path path, std::uintmax_t budget)
+    : path_(std::move(path))
+    , budget_(budget)
+{
+}
+
+std::shared_ptr<log_directory> log_directory::get(fs::path const& directory,
+                                                  std::uintmax_t max_total_size)
+{
+    fs::create_directories(directory);
+    auto const real = fs::canonical(directory);
+    auto& registry = directories();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    auto& entry = registry.directories[real.string()];
+    auto shared = entry.lock();
+    if (!shared) {
+        shared = std::make_shared<log_directory>(real, max_total_size);
+        entry = shared;
+    }
+    std::lock_guard<std::mutex> budget_lock(shared->mutex_);
+    shared->budget_ = std::min(shared->budget_, max_total_size);
+    return shared;
+}
+
+void log_directory::begin_file(std::string const& name)
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    open_files_.insert(name);
+}
+
+void log_directory::end_file(std::string const& name, bool retain)
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    open_files_.erase(name);
+    if (retain) {
+        retain_locked();
+    }
+}
+
+void log_directory::store_file(fs::path const& file)
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto const target = path_ / file.filename();
+    if (fs::canonical(file.parent_path()) != path_) {
+        fs::rename(file, target);
+    }
+    retain_locked();
+}
+
+void log_directory::retain_locked()
+{
+    struct stored_file {
+        std::tuple<std::time_t, long, std::string> age; // modified at (s, ns), then by name
+        std::uintmax_t size;
+    };
+    std::vector<stored_file> stored;
+    std::uintmax_t total = 0;
+    boost::system::error_code error;
+    for (fs::directory_iterator entry(path_, error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::string name = entry->path().filename().string();
+        struct stat status;
+        if (open_files_.count(name) || ::lstat(entry->path().c_str(), &status) != 0 ||
+            S_ISDIR(status.st_mode)) {
+            continue;
+        }
+#if defined(__APPLE__)
+        auto const modified = status.st_mtimespec;
+#else
+        auto const modified = status.st_mtim;
+#endif
+        auto const size = static_cast<std::uintmax_t>(status.st_size);
+        stored.push_back({{modified.tv_sec, modified.tv_nsec, std::move(name)}, size});
+        total += size;
+    }
+    std::sort(stored.begin(), stored.end(),
+              [](stored_file const& a, stored_file const& b) { return a.age < b.age; });
+    for (auto const& file : stored) {
+        if (total <= budget_) {
+            break;
+        }
+        // Another process may have deleted it first: it is gone either way.
+        ::unlink((path_ / std::get<2>(file.age)).c_str());
+        total -= file.size;
+    }
+}
+
+log_file_backend::log_file_backend(fs::path const& pattern, std::uintmax_t rotation_size,
+                                   std::uintmax_t max_total_size)
+    : names_(pattern.filename().string())
+    , rotation_size_(rotation_size)
+    , directory_(log_directory::get(pattern.parent_path(), max_total_size))
+    , next_counter_(static_cast<unsigned>(names_.highest_counter(directory_->path()) + 1))
+{
+}
+
+log_file_backend::~log_file_backend()
+{
+    close_file(false);
+}
+
+void log_file_backend::consume(boost::log::record_view const&, string_type const& line)
+{
+    std::uintmax_t const size = line.size() + (line.empty() || line.back() != '\n');
+    if (fd_ >= 0 &&
+        ((file_size_ > 0 && file_size_ + size > rotation_size_) || day_over(rotation_clock()))) {
+        rotate();
+    }
+    // A remover that deletes every new file at once would keep this going: a few tries, then
+    // the line is reported lost.
+    for (int tries = 0; tries < 8; ++tries) {
+        if (fd_ < 0) {
+            open_next_file();
+        }
+        write(line);
+        if (!file_removed()) {
+            return;
+        }
+        close_file(false);
+    }
+    throw_file_error("the log file was removed as each line was written to it", file_path_, ENOENT);
+}
+
+void log_file_backend::store_file(fs::path const& file)
+{
+    directory_->store_file(file);
+}
+
+void log_file_backend::open_next_file()
+{
+    auto const now = std::chrono::system_clock::now();
+    auto const seconds = std::chrono::system_clock::to_time_t(now);
+    auto const microseconds =
+        std::chrono::duration_cast<std::chrono::microseconds>(now.time_since_epoch()).count() %
+        1000000;
+    std::tm const local = local_time(seconds);
+    bool directory_made = false;
+    // A name taken (by another process with the same pattern, or by a link planted there) is
+    // skipped; so many taken in a row mean something else is wrong.
+    for (int taken = 0; taken < 1000;) {
+        auto const name = names_.file_name(local, static_cast<long>(microseconds), next_counter_);
+        auto const path = directory_->path() / name;
+        int const fd = ::open(
+            path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+        if (fd >= 0) {
+            ++next_counter_;
+            fd_ = fd;
+            file_name_ = name;
+            file_path_ = path;
+            file_size_ = 0;
+            directory_->begin_file(name);
+            begin_day(rotation_clock());
+            return;
+        }
+        int const error = errno;
+        if (error == EEXIST || error == ELOOP) {
+            ++next_counter_;
+            ++taken;
+        } else if (error == ENOENT && !directory_made) {
+            // The directory was removed: it is made again, once.
+            fs::create_directories(directory_->path());
+            directory_made = true;
+        } else if (error != EINTR) {
+            throw_file_error("cannot open the log file", path, error);
+        }
+    }
+    throw_file_error("cannot open the log file: a thousand names in a row are taken",
+                     directory_->path(), EEXIST);
+}
+
+void log_file_backend::close_file(bool retain)
+{
+    if (fd_ < 0) {
+        return;
+    }
+    ::close(fd_);
+    fd_ = -1;
+    directory_->end_file(file_name_, retain);
+}
+
+void log_file_backend::write(string_type const& line)
+{
+    bool const newline = line.empty() || line.back() != '\n';
+    iovec parts[2] = {{const_cast<char*>(line.data()), line.size()}, {const_cast<char*>("\n"), 1}};
+    std::uintmax_t const before = file_size_;
+    iovec* part = parts;
+    for (int count = newline ? 2 : 1; count > 0;) {
+        ssize_t const written = ::writev(fd_, part, count);
+        if (written < 0) {
+            int const error = errno;
+            if (error == EINTR) {
+                continue;
+            }
+            // A file that holds part of the line is finished; one that holds none of it takes
+            // the next line.
+            if (file_size_ != before) {
+                close_file(true);
+            }
+            throw_file_error("cannot write the log file", file_path_, error);
+        }
+        file_size_ += static_cast<std::uintmax_t>(written);
+        auto left = static_cast<std::size_t>(written);
+        for (; count > 0 && left >= part->iov_len; ++part, --count) {
+            left -= part->iov_len;
+        }
+        if (count > 0) {
+            part->iov_base = static_cast<char*>(part->iov_base) + left;
+            part->iov_len -= left;
+        }
+    }
+}
+
+// Whether the file has been unlinked, or its directory removed, since it was opened. On Linux,
+// statx for the link count alone costs a fraction of fstat.
+bool log_file_backend::file_removed() const noexcept
+{
+#if defined(__linux__)
+    struct statx status;
+    return ::statx(fd_, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_NLINK, &status) != 0 ||
+           status.stx_nlink == 0;
+#else
+    struct stat status;
+    return ::fstat(fd_, &status) != 0 || status.st_nlink == 0;
+#endif
+}
+
+void log_file_backend::begin_day(std::time_t now)
+{
+    earliest_ = now;
+    midnight_ = next_local_midnight(now);
+}
+
+// A reading before `earliest_` takes its place, so a clock set back rotates at the first
+// midnight it reaches again, not days later.
+bool log_file_backend::day_over(std::time_t now)
+{
+    if (now >= midnight_) {
+        return true;
+    }
+    if (now < earliest_) {
+        begin_day(now);
+    }
+    return false;
 }
 
 } // namespace VT::Logging::v2::impl

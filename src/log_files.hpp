@@ -1,35 +1,132 @@
-// The files under a directory sink's text file back end: where its counter starts, when a file
-// is replaced, and how a failed write reaches the logging call.
+// The files of a directory sink: a Boost.Log back end that writes each line straight into a file
+// of its own making, and the directory whose total size every sink and process writing there
+// keeps within one budget.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
-#include <boost/log/sinks/text_file_backend.hpp>
+#include <boost/log/sinks/basic_sink_backend.hpp>
+#include <boost/log/sinks/frontend_requirements.hpp>
 
+#include <cstdint>
 #include <ctime>
+#include <memory>
+#include <mutex>
+#include <regex>
+#include <string>
+#include <unordered_set>
 
 namespace VT::Logging::v2::impl {
 
-// Sets the file counter of `backend` (whose file name pattern is `pattern`) after the highest
-// counter among the files of the pattern's directory whose names match it, so a new sink never
-// reopens an earlier run's file. Counts the files itself: the directory's collector, shared by
-// every sink of the directory in the process, ignores files it already holds. Leaves the back
-// end without a collector; set one next.
-void continue_file_counter(boost::log::sinks::text_file_backend& backend,
-                           boost::filesystem::path const& pattern);
-
-// Installs on `backend`, before its first record, the handlers that keep each line whose call
-// returned in a file of the directory:
-// - a new file is begun before the next line once the current one has been removed (by anyone,
-//   retention of another sink or process included), and once the clock reaches the first local
-//   midnight after its earliest reading since the current file was opened: the opening time,
-//   or the time the clock was set back to, so that a file rotates at the first midnight the
-//   clock reaches again, never days late; setting the clock back never begins a file by itself;
-// - lines are written through a buffer that keeps nothing back after a failed write, and a
-//   failed write or flush throws a Boost.Filesystem error naming the file out of the logging
-//   call (or into the Boost.Log exception handler); the next line then begins a new file.
-void guard_log_files(boost::log::sinks::text_file_backend& backend);
-
 // The clock of the midnight rotation: std::time, replaced by tests only.
 extern std::time_t (*rotation_clock)();
+
+// A file name in Boost.Log's pattern syntax: %Y, %y, %m, %d, %H, %M, %S and %f stand for the
+// local time a file is begun, %N (or %2N, zero-filled to a width) for the file counter, %% for
+// a percent sign.
+class file_name_pattern {
+public:
+    // Throws std::invalid_argument naming `name` when it has no counter (every file of a sink
+    // then shares one name, so neither size could be kept) or a placeholder of another kind.
+    explicit file_name_pattern(std::string name);
+
+    std::string file_name(std::tm const& local, long microseconds, unsigned counter) const;
+    // The highest counter among the names in `directory` that this pattern makes; -1 for none.
+    long long highest_counter(boost::filesystem::path const& directory) const;
+
+private:
+    std::string pattern_;
+    std::regex names_; // group 1 is the counter
+};
+
+// One directory given over to logs. Retention keeps the total size of the files in it, whatever
+// their names and whichever process wrote them, within the budget, deleting the oldest first;
+// the files this process is writing are never deleted by it. Symbolic links are deleted as
+// entries, never followed, and subdirectories are left alone.
+class log_directory {
+public:
+    // The object of `directory` (made if missing; an unusable one throws a Boost.Filesystem
+    // error naming it) shared by the process's sinks there; the budget is the smallest asked
+    // for while it lives.
+    static std::shared_ptr<log_directory> get(boost::filesystem::path const& directory,
+                                              std::uintmax_t max_total_size);
+
+    boost::filesystem::path const& path() const { return path_; }
+
+    void begin_file(std::string const& name);
+    // The file `name` is finished: it counts toward the budget from now on. With `retain`, the
+    // directory is then brought within its budget.
+    void end_file(std::string const& name, bool retain);
+    // Moves `file` into the directory when it is elsewhere, then brings the directory within
+    // its budget. Errors of the move propagate as Boost.Filesystem errors.
+    void store_file(boost::filesystem::path const& file);
+
+    log_directory(boost::filesystem::path path, std::uintmax_t budget);
+
+private:
+    // Takes stock of the directory afresh, so that every process's files count. Needs `mutex_`.
+    void retain_locked();
+
+    std::mutex mutex_;
+    boost::filesystem::path const path_;
+    std::uintmax_t budget_;
+    std::unordered_set<std::string> open_files_;
+};
+
+// The back end of a directory sink. Each line is written with one system call, so it is in the
+// file when the logging call returns. A file is begun:
+// - before a line that would take the current one past the rotation size (an empty file takes
+//   any line);
+// - once the clock reaches the first local midnight after its earliest reading since the current
+//   file was opened: the opening time, or the time the clock was set back to, so that a file
+//   rotates at the first midnight the clock reaches, never days late; setting the clock back
+//   begins no file by itself;
+// - when the current file was removed (by anyone: a person, retention of another sink or
+//   process): the link count is read after each write, and a line written into a removed file
+//   is written again into the new one;
+// - after a failed write that left part of a line in the file, so no line continues a torn one.
+// Files are created anew, after the highest counter in the directory, with O_EXCL and
+// O_NOFOLLOW: a name already taken, by a file or a symbolic link, is skipped, so no file holds
+// lines of two runs and no line goes through a link. A failed write or open throws a
+// Boost.Filesystem error naming the file, out of the logging call or into the Boost.Log
+// exception handler; a failed open leaves nothing behind.
+class log_file_backend : public boost::log::sinks::basic_formatted_sink_backend<
+                             char, boost::log::sinks::synchronized_feeding> {
+public:
+    // `pattern`: the directory, then a file name pattern. Throws as file_name_pattern and
+    // log_directory::get do.
+    log_file_backend(boost::filesystem::path const& pattern, std::uintmax_t rotation_size,
+                     std::uintmax_t max_total_size);
+    ~log_file_backend();
+    log_file_backend(log_file_backend const&) = delete;
+    log_file_backend& operator=(log_file_backend const&) = delete;
+
+    void consume(boost::log::record_view const& record, string_type const& line);
+
+    // Hands a file written elsewhere to the directory (see log_directory::store_file).
+    void store_file(boost::filesystem::path const& file);
+
+private:
+    void open_next_file();
+    void close_file(bool retain);
+    void rotate() { close_file(true); }
+    // Writes `line` and a newline unless it ends in one. Throws on failure.
+    void write(string_type const& line);
+    bool file_removed() const noexcept;
+    void begin_day(std::time_t now);
+    bool day_over(std::time_t now);
+
+    file_name_pattern const names_;
+    std::uintmax_t const rotation_size_;
+    std::shared_ptr<log_directory> const directory_;
+    unsigned next_counter_;
+    int fd_ = -1;
+    std::string file_name_;
+    boost::filesystem::path file_path_;
+    std::uintmax_t file_size_ = 0;
+    // The earliest clock reading since the current file was opened, and the first local
+    // midnight after it, where the file's day ends.
+    std::time_t earliest_ = 0;
+    std::time_t midnight_ = 0;
+};
 
 } // namespace VT::Logging::v2::impl

@@ -12,6 +12,8 @@
 #include <iomanip>
 #include <sstream>
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #if defined(__linux__)
 #include <sys/mount.h>
@@ -99,12 +101,10 @@ TEST_F(DirectorySink, RefusesABadPatternOrDirectoryAndTouchesNothing)
 }
 
 // The file byte for byte but for the time and thread id, which are cut: a named and an unnamed
-// thread, a channel and none, a message of several lines. A pattern without a counter names one
-// file, which a new sink continues rather than truncates.
-TEST_F(DirectorySink, FileLineLayoutAppendedToAnExistingFile)
+// thread, a channel and none, a message of several lines.
+TEST_F(DirectorySink, FileLineLayout)
 {
-    std::ofstream((logs / "app.log").string()) << "earlier run\n";
-    source.add_sink(v2::sink::get_dir((logs / "app.log").string(), big, big));
+    source.add_sink(v2::sink::get_dir(pattern, big, big));
     v2::set_current_thread_name("main");
     v2::log_str(source.get_child_logger("Net.Curl"), info, "sent");
     v2::log_str(v2::logger(source.get_data()->root), info, "first\nsecond\n\nfourth\n");
@@ -114,7 +114,7 @@ TEST_F(DirectorySink, FileLineLayoutAppendedToAnExistingFile)
     thread_id << boost::log::aux::this_thread::get_id();
     EXPECT_EQ(
         text_in(logs, R"(\d{4}-\d\d-\d\d (\d\d:){2}\d\d\.\d{3}[+-]\d\d:\d\d\t)" + thread_id.str()),
-        "earlier run\n:main\t[Net.Curl]\tsent\n"
+        ":main\t[Net.Curl]\tsent\n"
         ":main\t\tfirst\n\t\t\tsecond\n\t\t\t\n\t\t\tfourth\n\t[t]\tunnamed\n");
 }
 
@@ -272,5 +272,99 @@ TEST_F(DirectorySink, AFullDiskIsReportedAndTheSinkRecovers)
     }
 }
 #endif
+
+// A removal between the look at the file and the write (here by the clock, which the sink reads
+// just before it writes) must not take the line with it: the line is written again into a new
+// file, in the directory made again if it went too.
+TEST_F(DirectorySink, ALineWrittenIntoAFileRemovedMeanwhileIsWrittenAgain)
+{
+    static std::function<void()> remove;
+    v2::impl::rotation_clock = [] {
+        if (auto const once = std::exchange(remove, nullptr)) {
+            once();
+        }
+        return std::time(nullptr);
+    };
+    source.add_sink(v2::sink::get_dir(pattern, big, big));
+    for (std::function<void()> const& remover :
+         {std::function<void()>([this] { fs::remove(files_in(logs).back()); }),
+          std::function<void()>([this] { fs::remove_all(logs); })}) {
+        log_lines(2, "gone ");
+        remove = remover;
+        std::string const kept = log_lines(2, "kept ");
+        EXPECT_FALSE(remove) << "the clock was not read";
+        EXPECT_EQ(text_in(logs), kept);
+    }
+}
+
+// Symbolic links planted at the names the sink will take next are skipped, never written
+// through, and retention deletes the links, never what they point to.
+TEST_F(DirectorySink, NeverWritesThroughALinkAndRetentionDeletesOnlyTheLink)
+{
+    auto const outside = dir.root / "outside";
+    std::ofstream(outside.string()) << "not a log\n";
+    auto const missing = dir.root / "missing";
+    auto const sink = v2::sink::get_dir(pattern, 30, 100);
+    fs::create_symlink(outside, logs / "log 00.txt"); // planted after the sink took stock
+    fs::create_symlink(missing, logs / "log 02.txt");
+    source.add_sink(sink);
+    std::string const written = log_lines(9, "line ");
+    EXPECT_EQ(text_in(outside, ""), "not a log\n");
+    EXPECT_FALSE(fs::exists(missing));
+    std::string lines;
+    for (auto const& file : files_in(logs)) {
+        EXPECT_FALSE(fs::is_symlink(file)) << file << " was kept, yet it is the oldest";
+        lines += text_in(file);
+    }
+    EXPECT_FALSE(lines.empty());
+    EXPECT_EQ(written.substr(written.size() - lines.size()), lines);
+}
+
+// Retention takes stock of the directory each time, so files that appeared after the sink
+// started (another process's) count too; the total stays within the budget and the open file.
+TEST_F(DirectorySink, RetentionCountsFilesThatAppearedAfterTheSinkStarted)
+{
+    source.add_sink(v2::sink::get_dir(pattern, 500, 4000));
+    log_lines(1, "first ");
+    for (int i = 0; i < 10; ++i) {
+        auto const foreign = logs / ("other process " + std::to_string(i));
+        std::ofstream(foreign.string()) << std::string(1000, 'x');
+        fs::last_write_time(foreign, fs::last_write_time(foreign) - 3600 + i);
+    }
+    log_lines(60, "a line of forty bytes or so, one by one ");
+    std::uintmax_t total = 0;
+    for (auto const& file : files_in(logs)) {
+        total += fs::file_size(file);
+    }
+    EXPECT_LE(total, 4000u + 500u);
+}
+
+// Each open log file takes one descriptor: a sink opens its file with the last one free. With
+// none free, the call reports it and leaves no file behind; once there are, the next call writes.
+TEST_F(DirectorySink, OneDescriptorPerFileAndAFailedOpenLeavesNoFile)
+{
+    rlimit const few{256, 256};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    auto const one = v2::sink::get_dir((logs / "one %2N.txt").string(), big, big);
+    auto const two = v2::sink::get_dir((logs / "two %2N.txt").string(), big, big);
+    std::vector<int> spent;
+    for (int fd; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+        spent.push_back(fd);
+    }
+    ::close(spent.back());
+    spent.pop_back();
+    source.add_sink(one);
+    std::string const written = log_lines(1, "with the last descriptor ");
+    source.add_sink(two);
+    auto const what = thrown_text<fs::filesystem_error>([&] { log_lines(1, "with none "); });
+    for (int const fd : spent) {
+        ::close(fd);
+    }
+    EXPECT_NE(what.find((logs / "two 00.txt").string()), std::string::npos) << what;
+    EXPECT_EQ(files_in(logs), std::vector<fs::path>{logs / "one 00.txt"});
+    EXPECT_EQ(text_in(logs / "one 00.txt"), written + "with none 10\n");
+    std::string const after = log_lines(1, "after ");
+    EXPECT_EQ(text_in(logs / "two 00.txt"), after);
+}
 
 } // namespace
