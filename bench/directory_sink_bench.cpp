@@ -1,5 +1,6 @@
 // The file line with its per-record flush, from one and two threads, against its floor: one
-// write(2) of a line of the same length.
+// write(2) of a line of the same length; and the line that begins a new file, with retention
+// taking stock of a directory of 10, 100 and 1,000 files.
 #include <VTLog/v2/log.hpp>
 
 #include <benchmark/benchmark.h>
@@ -53,6 +54,33 @@ void BM_FileLine(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_FileLine)->Threads(1)->Threads(2)->UseRealTime();
+
+// Every line rotates (the rotation size is one byte), so each pays for closing its file,
+// retention's look at the whole directory and the deletion of the oldest file, and creating the
+// next. The directory holds `files` files throughout: the budget keeps exactly that many.
+void BM_RotatingLine(benchmark::State& state)
+{
+    auto const files = static_cast<unsigned long>(state.range(0));
+    scratch directory;
+    v2::logger_source source;
+    auto const sink = v2::sink::get_dir((directory.dir / "bench %6N.log").string(), 1, ~0ul);
+    source.add_sink(sink);
+    source.start_logging(v2::log_level::info);
+    auto const logger = source.get_child_logger("bench");
+    for (unsigned long i = 0; i < files; ++i) {
+        v2::log_str(logger, v2::log_level::info, message);
+    }
+    source.remove_sink(sink);
+    auto const line_size = fs::file_size(directory.dir / "bench 000000.log");
+    auto const bounded =
+        v2::sink::get_dir((directory.dir / "next %6N.log").string(), 1, files * line_size);
+    source.add_sink(bounded);
+    for (auto _ : state) {
+        v2::log_str(logger, v2::log_level::info, message);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RotatingLine)->Arg(10)->Arg(100)->Arg(1000);
 
 // The same number of bytes as a file line of `message`: time, thread id, "[bench]", message.
 std::string const floor_line = std::string("2024-05-01 09:30:12.045+02:00\t0x00007f1c2a4b5740\t") +

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -245,13 +246,16 @@ void log_directory::retain_locked()
     };
     std::vector<stored_file> stored;
     std::uintmax_t total = 0;
-    boost::system::error_code error;
-    for (fs::directory_iterator entry(path_, error), end; !error && entry != end;
-         entry.increment(error)) {
-        std::string name = entry->path().filename().string();
+    // Read with the directory's descriptor: no path is built for the files that stay.
+    std::unique_ptr<DIR, int (*)(DIR*)> const listing(::opendir(path_.c_str()), &::closedir);
+    if (!listing) {
+        return; // removed meanwhile: nothing left to delete
+    }
+    int const directory = ::dirfd(listing.get());
+    while (dirent const* entry = ::readdir(listing.get())) {
         struct stat status;
-        if (open_files_.count(name) || ::lstat(entry->path().c_str(), &status) != 0 ||
-            S_ISDIR(status.st_mode)) {
+        if (::fstatat(directory, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+            S_ISDIR(status.st_mode) || open_files_.count(entry->d_name)) {
             continue;
         }
 #if defined(__APPLE__)
@@ -260,7 +264,7 @@ void log_directory::retain_locked()
         auto const modified = status.st_mtim;
 #endif
         auto const size = static_cast<std::uintmax_t>(status.st_size);
-        stored.push_back({{modified.tv_sec, modified.tv_nsec, std::move(name)}, size});
+        stored.push_back({{modified.tv_sec, modified.tv_nsec, entry->d_name}, size});
         total += size;
     }
     std::sort(stored.begin(), stored.end(),
@@ -270,7 +274,7 @@ void log_directory::retain_locked()
             break;
         }
         // Another process may have deleted it first: it is gone either way.
-        ::unlink((path_ / std::get<2>(file.age)).c_str());
+        ::unlinkat(directory, std::get<2>(file.age).c_str(), 0);
         total -= file.size;
     }
 }
