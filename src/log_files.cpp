@@ -1,4 +1,4 @@
-// The files of a directory sink: names, the counter, writing, rotation and retention.
+// The files of a directory sink: names, the counter, writing and rotation.
 #include "log_files.hpp"
 
 #include <boost/filesystem/directory.hpp>
