@@ -6,6 +6,7 @@
 #include "log_files.hpp"
 #include "record_names.hpp"
 
+#include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
 #include <boost/log/attributes/current_thread_id.hpp>
 #include <boost/log/attributes/value_extraction.hpp>
@@ -14,7 +15,10 @@
 #include <boost/make_shared.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <ios>
 #include <limits>
@@ -23,6 +27,8 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+
+#include <stdlib.h> // realpath
 
 namespace VT::Logging::v2 {
 
@@ -184,26 +190,90 @@ void full_formatter(boost::log::record_view const& record, boost::log::formattin
     impl::append_text(out, text);
 }
 
-// Refuses a pattern whose files would share a directory with anything but logs: every file of
-// the directory counts toward the size limit and may be deleted, so the current directory (an
-// empty or "." directory part) is never taken for one.
+// The real path of the absolute `directory`: ".", ".." and links resolved as far as the path
+// exists; a missing name is taken as written, since it is no link and the sink will make it a
+// directory. What is resolved so far holds neither links nor dots, so ".." is its parent.
+std::string real_directory(std::string_view directory)
+{
+    std::string real = "/";
+    for (std::size_t begin = 0, end = 0; begin < directory.size(); begin = end + 1) {
+        end = std::min(directory.find('/', begin), directory.size());
+        auto const name = directory.substr(begin, end - begin);
+        if (name.empty() || name == ".") {
+            continue;
+        }
+        if (name == "..") {
+            real.erase(std::max<std::size_t>(real.rfind('/'), 1));
+            continue;
+        }
+        std::string next = real.size() > 1 ? real + '/' : real;
+        next += name;
+        std::unique_ptr<char, decltype(&std::free)> const found(::realpath(next.c_str(), nullptr),
+                                                                &std::free);
+        if (!found && errno != ENOENT) {
+            throw boost::filesystem::filesystem_error(
+                "cannot judge the log directory", next,
+                boost::system::error_code(errno, boost::system::system_category()));
+        }
+        real = found ? std::string(found.get()) : std::move(next);
+    }
+    return real;
+}
+
+// Whether `outer` is the directory `inner` or one above it; both are real paths.
+bool holds(std::string const& outer, std::string const& inner)
+{
+    return inner.compare(0, outer.size(), outer) == 0 &&
+           (outer.size() == inner.size() || outer == "/" || inner[outer.size()] == '/');
+}
+
+[[noreturn]] void refuse(std::string const& pattern, std::string const& reason)
+{
+    throw std::invalid_argument("log file pattern \"" + pattern + "\" " + reason);
+}
+
+// Refuses a pattern that names no file, or whose files would share a directory with anything but
+// logs: every file of a log directory counts toward the size limit and may be deleted, so the
+// working directory, the home directory and every directory above one of them (the file-system
+// root at last) are never taken for one, however spelled.
 void check_pattern(std::string const& pattern)
 {
-    char const* reason = nullptr;
-    boost::filesystem::path const path(pattern);
-    auto const file_name = path.filename();
+    auto const slash = pattern.rfind('/');
+    auto const file_name =
+        std::string_view(pattern).substr(slash == std::string::npos ? 0 : slash + 1);
     if (pattern.empty()) {
-        reason = "is empty";
-    } else if (pattern.back() == '/' || file_name == "." || file_name == "..") {
-        reason = "names no file";
-    } else if (!path.has_parent_path() || path.parent_path().lexically_normal() == ".") {
-        reason = "has no directory part: the current directory is never a log directory";
+        refuse(pattern, "is empty");
     }
-    if (reason) {
-        throw std::invalid_argument("log file pattern \"" + pattern + "\" " + reason +
-                                    "; every file of a log directory counts toward its size "
-                                    "limit and may be deleted, so it must be one given over to "
-                                    "the logs");
+    if (file_name.empty() || file_name == "." || file_name == "..") {
+        refuse(pattern, "names no file");
+    }
+
+    boost::system::error_code no_working_directory;
+    auto const working = boost::filesystem::current_path(no_working_directory).string();
+    std::string directory = slash == std::string::npos ? "" : pattern.substr(0, slash + 1);
+    if (directory.empty() || directory.front() != '/') {
+        if (no_working_directory) {
+            throw boost::filesystem::filesystem_error(
+                "cannot judge the log directory of \"" + pattern + "\"", no_working_directory);
+        }
+        directory = working + '/' + directory;
+    }
+    auto const real = real_directory(directory);
+    auto const judge = [&](std::string const& kept, char const* what) {
+        if (holds(real, kept)) {
+            refuse(pattern, "would keep its files in " + real + ", " +
+                                (real == kept ? "" : "a directory above ") + what +
+                                "; every file of a log directory counts toward its size limit "
+                                "and may be deleted, so it must be one given over to the logs");
+        }
+    };
+    judge("/", "the file-system root");
+    if (!no_working_directory) {
+        judge(real_directory(working), "the working directory");
+    }
+    if (char const* home = std::getenv("HOME");
+        home && (*home == '/' || (*home && !no_working_directory))) {
+        judge(real_directory(*home == '/' ? home : working + '/' + home), "the home directory");
     }
 }
 

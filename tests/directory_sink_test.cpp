@@ -78,8 +78,6 @@ TEST_F(DirectorySink, RefusesABadPatternOrDirectoryAndTouchesNothing)
 {
     fs::current_path(dir.root);
     for (auto const& [bad, reason] : {std::pair<std::string, std::string>{"", "is empty"},
-                                      {"app %2N.log", "has no directory part"},
-                                      {"./app %2N.log", "has no directory part"},
                                       {"logs/", "names no file"},
                                       {(logs / ".").string(), "names no file"}}) {
         auto const what =
@@ -96,6 +94,78 @@ TEST_F(DirectorySink, RefusesABadPatternOrDirectoryAndTouchesNothing)
     fs::remove(logs);
     v2::sink::get_dir(pattern, big, big);
     EXPECT_TRUE(fs::is_directory(logs));
+}
+
+// Retention deletes any file of a log directory, so the working directory, the home directory
+// and every directory above either are refused however they are spelled (dots, repeated slashes,
+// "..", links, absolute paths); a pattern that slipped through would delete the decoys. A
+// directory below them is a log directory like any other.
+TEST_F(DirectorySink, RefusesTheWorkingOrHomeDirectoryOrOneAboveUnderAnySpelling)
+{
+    auto const work = dir.root / "work", home = dir.root / "home";
+    for (auto const& place : {work, home, dir.root}) {
+        fs::create_directories(place / "sub");
+        fs::create_directory_symlink(".", place / "here");
+    }
+    for (auto const& place : {work, home}) {
+        for (char const* decoy : {"a", "b.log", "c 00.log"}) {
+            std::ofstream((place / decoy).string()) << std::string(1000, 'd');
+        }
+    }
+    fs::create_directory_symlink(home, work / "home link");
+    fs::current_path(work);
+    ::setenv("HOME", home.c_str(), 1);
+    std::pair<std::string, std::string> const starts[] = {
+        {".", "the working directory"},
+        {work.string(), "the working directory"},
+        {"../work", "the working directory"},
+        {home.string(), "the home directory"},
+        {"home link", "the home directory"},
+        {"..", "a directory above the working directory"},
+        {"home link/..", "a directory above the working directory"}};
+    // Each step names the directory it follows; "" makes a repeated slash.
+    char const* const steps[] = {".", "sub/..", "gone/..", "here", ""};
+    std::vector<std::pair<std::string, std::string>> spellings = {
+        {"app %2N.log", "the working directory"}};
+    for (char const* root : {"", "/", "/.", "/..", "//..", "/./../"}) {
+        spellings.emplace_back(root + std::string("/app %2N.log"), "the file-system root");
+    }
+    for (auto const& [start, reason] : starts) {
+        for (int count = 0; count <= 2; ++count) {
+            for (int pick = 0; pick < (count == 0 ? 1 : count == 1 ? 5 : 25); ++pick) {
+                std::string directory = start;
+                for (int step = 0, rest = pick; step < count; ++step, rest /= 5) {
+                    directory += "/" + std::string(steps[rest % 5]);
+                }
+                spellings.emplace_back(directory + "/app %2N.log", reason);
+            }
+        }
+    }
+    for (auto const& [spelling, reason] : spellings) {
+        try {
+            auto const sink = v2::sink::get_dir(spelling, 100, 200);
+            ADD_FAILURE() << spelling << " was taken for a log directory";
+            if (reason != "the file-system root") { // whose files are not the test's to risk
+                source.add_sink(sink);
+                log_lines(5, "enough to rotate ");
+                source.remove_sink(sink);
+            }
+        } catch (std::invalid_argument const& e) {
+            std::string const what = e.what();
+            EXPECT_NE(what.find("\"" + spelling + "\""), std::string::npos) << what;
+            EXPECT_NE(what.find(reason), std::string::npos) << what;
+        }
+    }
+    for (auto const& below : {"sub/./app %2N.log", "here//sub/app %2N.log", "home link/sub/x %N"}) {
+        EXPECT_NO_THROW(v2::sink::get_dir(below, 100, 200)) << below;
+    }
+    for (auto const& place : {work, home}) {
+        for (char const* decoy : {"a", "b.log", "c 00.log"}) {
+            EXPECT_TRUE(fs::exists(place / decoy)) << place / decoy;
+        }
+        EXPECT_EQ(files_in(place).size(), place == work ? 6u : 5u)
+            << "a file was made in " << place;
+    }
 }
 
 // The file byte for byte but for the time and thread id, which are cut: a named and an unnamed

@@ -60,9 +60,10 @@
 //   sink::get_stdout, get_stderr    Boost.Log exceptions on the call that builds the sink; the
 //                                   next call tries again
 //   sink::get_dir                   std::invalid_argument for an empty pattern, one with no file
-//                                   name, or one whose directory part is empty or "." (retention
-//                                   would delete unrelated files); Boost.Filesystem or Boost.Log
-//                                   exceptions naming the path when the folder cannot be made
+//                                   name, or one whose directory is really the working or home
+//                                   directory or one above them (retention would delete
+//                                   unrelated files); Boost.Filesystem or Boost.Log exceptions
+//                                   naming the path when the folder cannot be judged or made
 //   logger::get_log_level, get_domain, ~logger_source, sink::detail::get_unwrapped_sink,
 //   impl::get_time                  nothing
 //   logger_source::get_data, set_current_thread_name    only std::bad_alloc
@@ -371,9 +372,11 @@ VTLOG_API std::shared_ptr<base> get_stderr();
 // was removed meanwhile, by anyone, the line goes to a new file (in the directory made again).
 // While a sink for `pattern` (compared byte for byte) lives, the same handle is returned and the
 // sizes are ignored. Thread-safe.
-// Throws std::invalid_argument naming the pattern when it is empty, names no file (ends in a
-// separator) or has no directory part (empty or "."); Boost.Filesystem or Boost.Log exceptions
-// naming the path when the directory cannot be created. A line that cannot be written (a full
+// Throws std::invalid_argument naming the pattern and why when it is empty, names no file (ends
+// in a separator), or its directory, with ".", ".." and links resolved as far as it exists, is
+// the working directory, the home directory (HOME), the file-system root or a directory above
+// one of them; Boost.Filesystem or Boost.Log exceptions naming the path when the directory
+// cannot be resolved or created. A line that cannot be written (a full
 // disk) makes its logging call throw a Boost.Filesystem error naming the file, or reaches the
 // handler set with boost::log::core::set_exception_handler; the next line begins a new file.
 VTLOG_API std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
