@@ -227,15 +227,42 @@ bool holds(std::string const& outer, std::string const& inner)
            (outer.size() == inner.size() || outer == "/" || inner[outer.size()] == '/');
 }
 
+// Whether a Boost.Log file name has a file counter placeholder: "%N", "%2N", "%02N"... ("%%" is
+// a percent sign).
+bool has_counter(std::string_view file_name)
+{
+    auto const digits_from = [&](std::size_t at) {
+        return std::min(file_name.find_first_not_of("0123456789", at), file_name.size());
+    };
+    for (auto at = file_name.find('%'); at != std::string_view::npos;
+         at = file_name.find('%', at)) {
+        std::size_t next = at + 1;
+        if (next < file_name.size() &&
+            std::string_view("0 +-").find(file_name[next]) != std::string_view::npos) {
+            ++next;
+        }
+        next = digits_from(next);
+        if (next < file_name.size() && file_name[next] == '.') {
+            next = digits_from(next + 1);
+        }
+        if (next < file_name.size() && file_name[next] == 'N') {
+            return true;
+        }
+        at = next == at + 1 && next < file_name.size() ? next + 1 : next; // past "%%"
+    }
+    return false;
+}
+
 [[noreturn]] void refuse(std::string const& pattern, std::string const& reason)
 {
     throw std::invalid_argument("log file pattern \"" + pattern + "\" " + reason);
 }
 
-// Refuses a pattern that names no file, or whose files would share a directory with anything but
-// logs: every file of a log directory counts toward the size limit and may be deleted, so the
-// working directory, the home directory and every directory above one of them (the file-system
-// root at last) are never taken for one, however spelled.
+// Refuses a pattern that names no file, whose files could not be rotated (no counter), or whose
+// files would share a directory with anything but logs: every file of a log directory counts
+// toward the size limit and may be deleted, so the working directory, the home directory and
+// every directory above one of them (the file-system root at last) are never taken for one,
+// however spelled.
 void check_pattern(std::string const& pattern)
 {
     auto const slash = pattern.rfind('/');
@@ -246,6 +273,11 @@ void check_pattern(std::string const& pattern)
     }
     if (file_name.empty() || file_name == "." || file_name == "..") {
         refuse(pattern, "names no file");
+    }
+    if (!has_counter(file_name)) {
+        refuse(pattern, "has no file counter (%N, %2N...) in its file name: without one a file "
+                        "would be rotated into itself, and neither the rotation size nor the "
+                        "total size could be kept");
     }
 
     boost::system::error_code no_working_directory;

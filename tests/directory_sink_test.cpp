@@ -72,14 +72,19 @@ TEST_F(DirectorySink, OneSinkPerExactPatternWhileItLivesThenASuccessorWithTheNew
     EXPECT_EQ(files_in(logs).size(), 3u) << "not one line per file: the sizes of a later call";
 }
 
-// Bad patterns name themselves and the reason; an unusable directory names its path and is not
-// remembered. Neither touches a file.
+// Bad patterns name themselves and the reason (without a counter, a file would be rotated into
+// itself and outgrow both sizes); an unusable directory names its path and is not remembered.
+// Neither touches a file.
 TEST_F(DirectorySink, RefusesABadPatternOrDirectoryAndTouchesNothing)
 {
     fs::current_path(dir.root);
     for (auto const& [bad, reason] : {std::pair<std::string, std::string>{"", "is empty"},
                                       {"logs/", "names no file"},
-                                      {(logs / ".").string(), "names no file"}}) {
+                                      {(logs / ".").string(), "names no file"},
+                                      {(logs / "plain.log").string(), "has no file counter"},
+                                      {(logs / "%Y-%m-%d.log").string(), "has no file counter"},
+                                      {(logs / "100%%N.log").string(), "has no file counter"},
+                                      {(logs / "%2N/a.log").string(), "has no file counter"}}) {
         auto const what =
             thrown_text<std::invalid_argument>([p = bad] { v2::sink::get_dir(p, 1, 1); });
         EXPECT_NE(what.find("\"" + bad + "\" " + reason), std::string::npos) << what;
@@ -169,12 +174,10 @@ TEST_F(DirectorySink, RefusesTheWorkingOrHomeDirectoryOrOneAboveUnderAnySpelling
 }
 
 // The file byte for byte but for the time and thread id, which are cut: a named and an unnamed
-// thread, a channel and none, a message of several lines. A pattern without a counter names one
-// file, which a new sink continues rather than truncates.
-TEST_F(DirectorySink, FileLineLayoutAppendedToAnExistingFile)
+// thread, a channel and none, a message of several lines.
+TEST_F(DirectorySink, FileLineLayout)
 {
-    std::ofstream((logs / "app.log").string()) << "earlier run\n";
-    source.add_sink(v2::sink::get_dir((logs / "app.log").string(), big, big));
+    source.add_sink(v2::sink::get_dir(pattern, big, big));
     v2::set_current_thread_name("main");
     v2::log_str(source.get_child_logger("Net.Curl"), info, "sent");
     v2::log_str(v2::logger(source.get_data()->root), info, "first\nsecond\n\nfourth\n");
@@ -184,7 +187,7 @@ TEST_F(DirectorySink, FileLineLayoutAppendedToAnExistingFile)
     thread_id << boost::log::aux::this_thread::get_id();
     EXPECT_EQ(
         text_in(logs, R"(\d{4}-\d\d-\d\d (\d\d:){2}\d\d\.\d{3}[+-]\d\d:\d\d\t)" + thread_id.str()),
-        "earlier run\n:main\t[Net.Curl]\tsent\n"
+        ":main\t[Net.Curl]\tsent\n"
         ":main\t\tfirst\n\t\t\tsecond\n\t\t\t\n\t\t\tfourth\n\t[t]\tunnamed\n");
 }
 

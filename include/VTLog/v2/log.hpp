@@ -60,7 +60,7 @@
 //   sink::get_stdout, get_stderr    Boost.Log exceptions on the call that builds the sink; the
 //                                   next call tries again
 //   sink::get_dir                   std::invalid_argument for an empty pattern, one with no file
-//                                   name, or one whose directory is really the working or home
+//                                   name or no counter (%N) in it, or one whose directory is really the working or home
 //                                   directory or one above them (retention would delete
 //                                   unrelated files); Boost.Filesystem or Boost.Log exceptions
 //                                   naming the path when the folder cannot be judged or made
@@ -360,7 +360,8 @@ VTLOG_API std::shared_ptr<base> get_stdout();
 VTLOG_API std::shared_ptr<base> get_stderr();
 
 // The sink that appends to rotating files named by `pattern` (Boost.Log file-name placeholders
-// such as %Y-%m-%d and %2N). The pattern's directory, created if missing, must be one given over
+// such as %Y-%m-%d and %2N). The file name must hold a counter (%N, %2N...): the only naming
+// that gives every rotated file a name of its own. The pattern's directory, created if missing, must be one given over
 // to the logs: every file in it counts toward `max_total_size`, whatever its name, and at each
 // rotation the oldest files are deleted until the total is back under it. A directory has one
 // budget: sinks of several patterns in one directory share it, and it is the smallest
@@ -373,7 +374,7 @@ VTLOG_API std::shared_ptr<base> get_stderr();
 // While a sink for `pattern` (compared byte for byte) lives, the same handle is returned and the
 // sizes are ignored. Thread-safe.
 // Throws std::invalid_argument naming the pattern and why when it is empty, names no file (ends
-// in a separator), or its directory, with ".", ".." and links resolved as far as it exists, is
+// in a separator), has no counter in its file name, or its directory, with ".", ".." and links resolved as far as it exists, is
 // the working directory, the home directory (HOME), the file-system root or a directory above
 // one of them; Boost.Filesystem or Boost.Log exceptions naming the path when the directory
 // cannot be resolved or created. A line that cannot be written (a full
