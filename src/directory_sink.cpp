@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <ios>
@@ -131,6 +132,108 @@ char* put_thread_id(char* out, boost::log::thread_id const& id)
     return out;
 }
 
+// The bytes of `word` that are control characters, each marked by its top bit. Each byte is
+// taken apart on its low seven bits, so no carry crosses bytes: adding 1 reaches 0x80 only from
+// 0x7f, adding 0x60 stays below 0x80 only from below 0x20; bytes from 0x80 up are never marked.
+constexpr std::uint64_t control_bytes(std::uint64_t word)
+{
+    constexpr std::uint64_t ones = 0x0101010101010101u, highs = ones * 0x80;
+    auto const low = word & (ones * 0x7f);
+    return ((low + ones) | ~(low + ones * 0x60)) & ~word & highs;
+}
+
+template <class Word>
+std::uint64_t load(char const* at)
+{
+    Word word;
+    std::memcpy(&word, at, sizeof word);
+    return word;
+}
+
+template <class Word>
+void store(char* at, std::uint64_t word)
+{
+    auto const narrow = static_cast<Word>(word);
+    std::memcpy(at, &narrow, sizeof narrow);
+}
+
+// Copies `text` to `out` and returns its control bytes as control_bytes marks them, zero when
+// there is nothing to escape. Thread names and domains are short and most have nothing to escape,
+// so the copy is made eight bytes at a time and checked on the way, the last word overlapping the
+// one before; a shorter text is copied as two overlapping halves, or as its first, middle and
+// last bytes.
+[[gnu::always_inline]] inline std::uint64_t copy_marking_controls(char* out, std::string_view text)
+{
+    char const* const data = text.data();
+    std::size_t const size = text.size();
+    if (size >= 8) {
+        std::uint64_t controls = 0;
+        for (std::size_t at = 0; at + 8 < size; at += 8) {
+            auto const word = load<std::uint64_t>(data + at);
+            controls |= control_bytes(word);
+            store<std::uint64_t>(out + at, word);
+        }
+        auto const last = load<std::uint64_t>(data + size - 8);
+        store<std::uint64_t>(out + size - 8, last);
+        return controls | control_bytes(last);
+    }
+    if (size >= 4) {
+        auto const first = load<std::uint32_t>(data), last = load<std::uint32_t>(data + size - 4);
+        store<std::uint32_t>(out, first);
+        store<std::uint32_t>(out + size - 4, last);
+        return control_bytes(first | last << 32);
+    }
+    if (size == 0) {
+        return 0;
+    }
+    auto const first = load<std::uint8_t>(data), middle = load<std::uint8_t>(data + size / 2),
+               last = load<std::uint8_t>(data + size - 1);
+    store<std::uint8_t>(out, first);
+    store<std::uint8_t>(out + size / 2, middle);
+    store<std::uint8_t>(out + size - 1, last);
+    constexpr std::uint64_t plain_filler = 0x6161616161000000u; // "a", never escaped
+    return control_bytes(first | middle << 8 | last << 16 | plain_filler);
+}
+
+// Writes `text` with its control characters escaped, so that a thread name or a domain can
+// neither begin a line nor a field: "\n", "\t", "\r", and "\xHH" for the others (0x00 to 0x1f,
+// 0x7f). At most four bytes for each byte. Backslashes are left as they are: escapes are for
+// reading, and a backslash forges nothing.
+char* put_escaped(char* out, std::string_view text)
+{
+    for (unsigned char const c : text) {
+        if (c >= 0x20 && c != 0x7f) {
+            *out++ = static_cast<char>(c);
+            continue;
+        }
+        *out++ = '\\';
+        if (c == '\n' || c == '\t' || c == '\r') {
+            *out++ = c == '\n' ? 'n' : c == '\t' ? 't' : 'r';
+        } else {
+            *out++ = 'x';
+            out = put(out, std::string_view(&hex_pairs[2 * c], 2));
+        }
+    }
+    return out;
+}
+
+// Writes `name` escaped at `out` in `fields`, after making room for the escapes; returns its end.
+[[gnu::cold]] char* put_escaped_name(fmt::memory_buffer& fields, char* out, std::string_view name)
+{
+    auto const offset = out - fields.data();
+    fields.resize(fields.size() + 3 * name.size());
+    return put_escaped(fields.data() + offset, name);
+}
+
+// Writes a thread name or a domain at `out` in `fields`, which has room for it unescaped, and
+// returns its end.
+[[gnu::always_inline]] inline char* put_name(fmt::memory_buffer& fields, char* out,
+                                             std::string_view name)
+{
+    return copy_marking_controls(out, name) == 0 ? out + name.size()
+                                                 : put_escaped_name(fields, out, name);
+}
+
 // One file line; the back end adds the final newline. Fields are separated by tabs, and every
 // line after the first of a message is indented under the message column:
 //
@@ -138,6 +241,7 @@ char* put_thread_id(char* out, boost::log::thread_id const& id)
 //   TAB TAB TAB second line
 //
 // The thread name appears only when the thread has one; the root logger's domain field is empty.
+// Both have their control characters escaped (see put_escaped); the message is written as it is.
 // The fields before the message are measured, then written to the stream at once.
 void full_formatter(boost::log::record_view const& record, boost::log::formatting_ostream& out)
 {
@@ -157,6 +261,7 @@ void full_formatter(boost::log::record_view const& record, boost::log::formattin
     }
     auto const channel = boost::log::extract<std::string_view>(names.channel, values);
 
+    // Room for the fields as they are; a name to escape makes more, and the unused end is left out.
     fmt::memory_buffer fields;
     fields.resize(time.size() + 3 + (id ? thread_id_width : 0) +
                   (thread_name.empty() ? 0 : 1 + thread_name.size()) +
@@ -167,18 +272,18 @@ void full_formatter(boost::log::record_view const& record, boost::log::formattin
         field = put_thread_id(field, id.get());
         if (!thread_name.empty()) {
             *field++ = ':';
-            field = put(field, thread_name);
+            field = put_name(fields, field, thread_name);
         }
     }
     *field++ = '\t';
     if (channel) {
         *field++ = '[';
-        field = put(field, *channel);
+        field = put_name(fields, field, *channel);
         *field++ = ']';
     }
-    *field = '\t';
+    *field++ = '\t';
     impl::begin_text(out);
-    impl::append_text(out, std::string_view(fields.data(), fields.size()));
+    impl::append_text(out, std::string_view(fields.data(), field - fields.data()));
 
     std::string_view text = *message;
     for (auto end = text.find('\n'); end != std::string_view::npos && end + 1 < text.size();

@@ -174,13 +174,18 @@ TEST_F(DirectorySink, RefusesTheWorkingOrHomeDirectoryOrOneAboveUnderAnySpelling
 }
 
 // The file byte for byte but for the time and thread id, which are cut: a named and an unnamed
-// thread, a channel and none, a message of several lines.
+// thread, a channel and none, a message of several lines. Control characters in a thread name or
+// a domain are escaped, so neither can begin a line or a field.
 TEST_F(DirectorySink, FileLineLayout)
 {
     source.add_sink(v2::sink::get_dir(pattern, big, big));
     v2::set_current_thread_name("main");
     v2::log_str(source.get_child_logger("Net.Curl"), info, "sent");
     v2::log_str(v2::logger(source.get_data()->root), info, "first\nsecond\n\nfourth\n");
+    v2::set_current_thread_name("x\n2024-05-01 00:00:00.000+00:00\t0x1:y");
+    v2::log_str(source.get_child_logger("A\tb\r\\.\n[Forged]\x01\x7f\x1f"), info, "forged?");
+    v2::set_current_thread_name("\x1b");
+    v2::log_str(source.get_child_logger("ab\tc"), info, "short");
     v2::set_current_thread_name("");
     v2::log_str(source.get_child_logger("t"), info, "unnamed");
     std::ostringstream thread_id; // in Boost.Log's own text form
@@ -188,7 +193,15 @@ TEST_F(DirectorySink, FileLineLayout)
     EXPECT_EQ(
         text_in(logs, R"(\d{4}-\d\d-\d\d (\d\d:){2}\d\d\.\d{3}[+-]\d\d:\d\d\t)" + thread_id.str()),
         ":main\t[Net.Curl]\tsent\n"
-        ":main\t\tfirst\n\t\t\tsecond\n\t\t\t\n\t\t\tfourth\n\t[t]\tunnamed\n");
+        ":main\t\tfirst\n\t\t\tsecond\n\t\t\t\n\t\t\tfourth\n"
+        R"(:x\n2024-05-01 00:00:00.000+00:00\t0x1:y)"
+        "\t"
+        R"([A\tb\r\.\n[Forged]\x01\x7f\x1f])"
+        "\tforged?\n"
+        R"(:\x1b)"
+        "\t"
+        R"([ab\tc])"
+        "\tshort\n\t[t]\tunnamed\n");
 }
 
 // A line whose call returned is in a file of the directory though the current file was removed,

@@ -371,6 +371,9 @@ VTLOG_API std::shared_ptr<base> get_stderr();
 // pattern's files already in the directory, so no file holds lines of two runs. Each line is
 // flushed to its file before the logging call returns; if the current file (or the directory)
 // was removed meanwhile, by anyone, the line goes to a new file (in the directory made again).
+// A file line holds the time, the thread identifier and name, the domain and the message,
+// separated by tabs; the control characters of the thread name and the domain are escaped ("\n",
+// "\t", "\r", "\xHH"; backslashes are left as they are), so neither can begin a line or a field.
 // While a sink for `pattern` (compared byte for byte) lives, the same handle is returned and the
 // sizes are ignored. Thread-safe.
 // Throws std::invalid_argument naming the pattern and why when it is empty, names no file (ends
