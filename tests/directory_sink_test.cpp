@@ -237,6 +237,42 @@ TEST_F(DirectorySink, NoLineIsLostWhenTheCurrentFileOrItsDirectoryIsRemoved)
     EXPECT_EQ(text_in(logs), kept);
 }
 
+// A child forked while other threads log may find a lock of theirs held for good, so it may only
+// exec; one that does runs and exits as usual, however often the fork lands mid-line.
+TEST_F(DirectorySink, AChildForkedWhileThreadsLogCanExec)
+{
+    source.add_sink(v2::sink::get_dir(pattern, 1 << 16, 1 << 20));
+    expect_completes_in_child(60, [&] {
+        std::atomic<bool> done{false};
+        start_line all_logging(3);
+        std::vector<std::thread> loggers;
+        for (int t = 0; t < 2; ++t) {
+            loggers.emplace_back([&] {
+                all_logging.arrive_and_wait();
+                while (!done) {
+                    v2::log_str(source.get_child_logger("t"), info, "a line while forking");
+                }
+            });
+        }
+        all_logging.arrive_and_wait();
+        for (int child = 0; child < 20; ++child) {
+            pid_t const pid = ::fork();
+            if (pid == 0) {
+                ::execl("/bin/sh", "sh", "-c", "exit 7", static_cast<char*>(nullptr));
+                ::_exit(127);
+            }
+            int status = 0;
+            EXPECT_TRUE(pid > 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
+                        WEXITSTATUS(status) == 7)
+                << status;
+        }
+        done = true;
+        for (auto& logger : loggers) {
+            logger.join();
+        }
+    });
+}
+
 // A new sink continues after the highest counter present, even while another sink of the
 // directory keeps its collector: no file holds lines of two runs, none outgrows the rotation size.
 TEST_F(DirectorySink, ARestartContinuesTheCounterAndNeverMixesRuns)
