@@ -35,31 +35,46 @@ namespace fs = boost::filesystem;
                                boost::system::error_code(error, boost::system::generic_category()));
 }
 
-// Walks the placeholders of a file name pattern: `literal` gets each run of plain text (a "%%"
-// as "%"), `placeholder` the letter and the width of each placeholder. Throws for a placeholder
-// that file names do not support.
+// Walks a file name pattern: `literal` gets each run of plain text (a "%%" as "%"),
+// `placeholder` the letter of each placeholder and, for the counter, its width ("%05N", "%-3N",
+// "%2.2N": Boost.Log's printf-like counter specification). Returns false at a placeholder that
+// file names do not support.
 template <class Literal, class Placeholder>
-void parse_pattern(std::string const& pattern, Literal&& literal, Placeholder&& placeholder)
+bool parse_pattern(std::string const& pattern, Literal&& literal, Placeholder&& placeholder)
 {
+    auto const digits_from = [&](std::size_t at) {
+        return std::min(pattern.find_first_not_of("0123456789", at), pattern.size());
+    };
     std::size_t plain = 0;
     for (std::size_t i = pattern.find('%'); i != std::string::npos; i = pattern.find('%', plain)) {
         literal(std::string_view(pattern).substr(plain, i - plain));
-        auto const letter = pattern.find_first_not_of("0123456789", i + 1);
-        if (letter == std::string::npos ||
-            std::string_view("%NYymdHMSf").find(pattern[letter]) == std::string_view::npos ||
-            (letter > i + 1 && pattern[letter] != 'N')) {
-            throw std::invalid_argument("log file name pattern \"" + pattern +
-                                        "\" has a placeholder other than %Y, %y, %m, %d, %H, %M, "
-                                        "%S, %f, %N (with a width such as %2N) and %%");
+        std::size_t at = i + 1;
+        if (at < pattern.size() &&
+            std::string_view("0 +-").find(pattern[at]) != std::string::npos) {
+            ++at;
         }
-        if (pattern[letter] == '%') {
+        auto const width_from = at;
+        at = digits_from(at);
+        int const width =
+            at > width_from ? std::stoi(pattern.substr(width_from, at - width_from)) : 0;
+        if (at < pattern.size() && pattern[at] == '.') {
+            at = digits_from(at + 1);
+        }
+        char const letter = at < pattern.size() ? pattern[at] : '\0';
+        if (letter == 'N') {
+            placeholder(letter, width);
+        } else if (at == i + 1 && letter == '%') {
             literal("%");
+        } else if (at == i + 1 && letter &&
+                   std::string_view("YymdHMSf").find(letter) != std::string::npos) {
+            placeholder(letter, 0);
         } else {
-            placeholder(pattern[letter], letter > i + 1 ? std::stoi(pattern.substr(i + 1)) : 0);
+            return false;
         }
-        plain = letter + 1;
+        plain = at + 1;
     }
     literal(std::string_view(pattern).substr(plain));
+    return true;
 }
 
 // The instant's local calendar fields; the epoch when the system cannot convert it.
@@ -89,11 +104,31 @@ std::time_t next_local_midnight(std::time_t now)
 
 } // namespace
 
+std::string file_name_problem(std::string const& file_name)
+{
+    bool has_counter = false;
+    if (!parse_pattern(
+            file_name, [](std::string_view) {},
+            [&](char letter, int) { has_counter = has_counter || letter == 'N'; })) {
+        return "has a placeholder other than %Y, %y, %m, %d, %H, %M, %S, %f, %N (with a width "
+               "such as %2N) and %% in its file name";
+    }
+    if (!has_counter) {
+        return "has no file counter (%N, %2N...) in its file name: without one a file would be "
+               "rotated into itself, and neither the rotation size nor the total size could be "
+               "kept";
+    }
+    return {};
+}
+
 file_name_pattern::file_name_pattern(std::string name)
     : pattern_(std::move(name))
 {
+    if (auto const problem = file_name_problem(pattern_); !problem.empty()) {
+        throw std::invalid_argument("log file name \"" + pattern_ + "\" " + problem);
+    }
     std::string expression;
-    bool has_counter = false;
+    bool counter_seen = false;
     parse_pattern(
         pattern_,
         [&](std::string_view text) {
@@ -105,14 +140,9 @@ file_name_pattern::file_name_pattern(std::string name)
             }
         },
         [&](char letter, int) {
-            expression += letter != 'N' ? ".+?" : has_counter ? "[0-9]+" : "([0-9]+)";
-            has_counter = has_counter || letter == 'N';
+            expression += letter != 'N' ? ".+?" : counter_seen ? "[0-9]+" : "([0-9]+)";
+            counter_seen = counter_seen || letter == 'N';
         });
-    if (!has_counter) {
-        throw std::invalid_argument("log file name pattern \"" + pattern_ +
-                                    "\" has no counter (%N): each file of a sink needs a name of "
-                                    "its own for the rotation and total sizes to hold");
-    }
     names_ = std::regex(expression);
 }
 

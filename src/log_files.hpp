@@ -19,13 +19,16 @@ namespace VT::Logging::v2::impl {
 // The clock of the midnight rotation: std::time, replaced by tests only.
 extern std::time_t (*rotation_clock)();
 
+// Why `file_name` cannot name a sink's files (no counter, or a placeholder of another kind), or
+// an empty text when it can.
+std::string file_name_problem(std::string const& file_name);
+
 // A file name in Boost.Log's pattern syntax: %Y, %y, %m, %d, %H, %M, %S and %f stand for the
 // local time a file is begun, %N (or %2N, zero-filled to a width) for the file counter, %% for
 // a percent sign.
 class file_name_pattern {
 public:
-    // Throws std::invalid_argument naming `name` when it has no counter (every file of a sink
-    // then shares one name, so neither size could be kept) or a placeholder of another kind.
+    // Throws std::invalid_argument naming `name` and its file_name_problem, if it has one.
     explicit file_name_pattern(std::string name);
 
     std::string file_name(std::tm const& local, long microseconds, unsigned counter) const;

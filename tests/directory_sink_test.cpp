@@ -74,16 +74,19 @@ TEST_F(DirectorySink, OneSinkPerExactPatternWhileItLivesThenASuccessorWithTheNew
     EXPECT_EQ(files_in(logs).size(), 3u) << "not one line per file: the sizes of a later call";
 }
 
-// Bad patterns name themselves and the reason; an unusable directory names its path and is not
-// remembered. Neither touches a file.
+// Bad patterns name themselves and the reason (without a counter, a file would be rotated into
+// itself and outgrow both sizes); an unusable directory names its path and is not remembered.
+// Neither touches a file.
 TEST_F(DirectorySink, RefusesABadPatternOrDirectoryAndTouchesNothing)
 {
     fs::current_path(dir.root);
     for (auto const& [bad, reason] : {std::pair<std::string, std::string>{"", "is empty"},
-                                      {"app %2N.log", "has no directory part"},
-                                      {"./app %2N.log", "has no directory part"},
                                       {"logs/", "names no file"},
-                                      {(logs / ".").string(), "names no file"}}) {
+                                      {(logs / ".").string(), "names no file"},
+                                      {(logs / "plain.log").string(), "has no file counter"},
+                                      {(logs / "%Y-%m-%d.log").string(), "has no file counter"},
+                                      {(logs / "100%%N.log").string(), "has no file counter"},
+                                      {(logs / "%2N/a.log").string(), "has no file counter"}}) {
         auto const what =
             thrown_text<std::invalid_argument>([p = bad] { v2::sink::get_dir(p, 1, 1); });
         EXPECT_NE(what.find("\"" + bad + "\" " + reason), std::string::npos) << what;
@@ -100,14 +103,91 @@ TEST_F(DirectorySink, RefusesABadPatternOrDirectoryAndTouchesNothing)
     EXPECT_TRUE(fs::is_directory(logs));
 }
 
+// Retention deletes any file of a log directory, so the working directory, the home directory
+// and every directory above either are refused however they are spelled (dots, repeated slashes,
+// "..", links, absolute paths); a pattern that slipped through would delete the decoys. A
+// directory below them is a log directory like any other.
+TEST_F(DirectorySink, RefusesTheWorkingOrHomeDirectoryOrOneAboveUnderAnySpelling)
+{
+    auto const work = dir.root / "work", home = dir.root / "home";
+    for (auto const& place : {work, home, dir.root}) {
+        fs::create_directories(place / "sub");
+        fs::create_directory_symlink(".", place / "here");
+    }
+    for (auto const& place : {work, home}) {
+        for (char const* decoy : {"a", "b.log", "c 00.log"}) {
+            std::ofstream((place / decoy).string()) << std::string(1000, 'd');
+        }
+    }
+    fs::create_directory_symlink(home, work / "home link");
+    fs::current_path(work);
+    ::setenv("HOME", home.c_str(), 1);
+    std::pair<std::string, std::string> const starts[] = {
+        {".", "the working directory"},
+        {work.string(), "the working directory"},
+        {"../work", "the working directory"},
+        {home.string(), "the home directory"},
+        {"home link", "the home directory"},
+        {"..", "a directory above the working directory"},
+        {"home link/..", "a directory above the working directory"}};
+    // Each step names the directory it follows; "" makes a repeated slash.
+    char const* const steps[] = {".", "sub/..", "gone/..", "here", ""};
+    std::vector<std::pair<std::string, std::string>> spellings = {
+        {"app %2N.log", "the working directory"}};
+    for (char const* root : {"", "/", "/.", "/..", "//..", "/./../"}) {
+        spellings.emplace_back(root + std::string("/app %2N.log"), "the file-system root");
+    }
+    for (auto const& [start, reason] : starts) {
+        for (int count = 0; count <= 2; ++count) {
+            for (int pick = 0; pick < (count == 0 ? 1 : count == 1 ? 5 : 25); ++pick) {
+                std::string directory = start;
+                for (int step = 0, rest = pick; step < count; ++step, rest /= 5) {
+                    directory += "/" + std::string(steps[rest % 5]);
+                }
+                spellings.emplace_back(directory + "/app %2N.log", reason);
+            }
+        }
+    }
+    for (auto const& [spelling, reason] : spellings) {
+        try {
+            auto const sink = v2::sink::get_dir(spelling, 100, 200);
+            ADD_FAILURE() << spelling << " was taken for a log directory";
+            if (reason != "the file-system root") { // whose files are not the test's to risk
+                source.add_sink(sink);
+                log_lines(5, "enough to rotate ");
+                source.remove_sink(sink);
+            }
+        } catch (std::invalid_argument const& e) {
+            std::string const what = e.what();
+            EXPECT_NE(what.find("\"" + spelling + "\""), std::string::npos) << what;
+            EXPECT_NE(what.find(reason), std::string::npos) << what;
+        }
+    }
+    for (auto const& below : {"sub/./app %2N.log", "here//sub/app %2N.log", "home link/sub/x %N"}) {
+        EXPECT_NO_THROW(v2::sink::get_dir(below, 100, 200)) << below;
+    }
+    for (auto const& place : {work, home}) {
+        for (char const* decoy : {"a", "b.log", "c 00.log"}) {
+            EXPECT_TRUE(fs::exists(place / decoy)) << place / decoy;
+        }
+        EXPECT_EQ(files_in(place).size(), place == work ? 6u : 5u)
+            << "a file was made in " << place;
+    }
+}
+
 // The file byte for byte but for the time and thread id, which are cut: a named and an unnamed
-// thread, a channel and none, a message of several lines.
+// thread, a channel and none, a message of several lines. Control characters in a thread name or
+// a domain are escaped, so neither can begin a line or a field.
 TEST_F(DirectorySink, FileLineLayout)
 {
     source.add_sink(v2::sink::get_dir(pattern, big, big));
     v2::set_current_thread_name("main");
     v2::log_str(source.get_child_logger("Net.Curl"), info, "sent");
     v2::log_str(v2::logger(source.get_data()->root), info, "first\nsecond\n\nfourth\n");
+    v2::set_current_thread_name("x\n2024-05-01 00:00:00.000+00:00\t0x1:y");
+    v2::log_str(source.get_child_logger("A\tb\r\\.\n[Forged]\x01\x7f\x1f"), info, "forged?");
+    v2::set_current_thread_name("\x1b");
+    v2::log_str(source.get_child_logger("ab\tc"), info, "short");
     v2::set_current_thread_name("");
     v2::log_str(source.get_child_logger("t"), info, "unnamed");
     std::ostringstream thread_id; // in Boost.Log's own text form
@@ -115,7 +195,15 @@ TEST_F(DirectorySink, FileLineLayout)
     EXPECT_EQ(
         text_in(logs, R"(\d{4}-\d\d-\d\d (\d\d:){2}\d\d\.\d{3}[+-]\d\d:\d\d\t)" + thread_id.str()),
         ":main\t[Net.Curl]\tsent\n"
-        ":main\t\tfirst\n\t\t\tsecond\n\t\t\t\n\t\t\tfourth\n\t[t]\tunnamed\n");
+        ":main\t\tfirst\n\t\t\tsecond\n\t\t\t\n\t\t\tfourth\n"
+        R"(:x\n2024-05-01 00:00:00.000+00:00\t0x1:y)"
+        "\t"
+        R"([A\tb\r\.\n[Forged]\x01\x7f\x1f])"
+        "\tforged?\n"
+        R"(:\x1b)"
+        "\t"
+        R"([ab\tc])"
+        "\tshort\n\t[t]\tunnamed\n");
 }
 
 // A line whose call returned is in a file of the directory though the current file was removed,
@@ -149,6 +237,42 @@ TEST_F(DirectorySink, NoLineIsLostWhenTheCurrentFileOrItsDirectoryIsRemoved)
     fs::remove_all(logs);
     std::string const kept = log_lines(3, "kept ");
     EXPECT_EQ(text_in(logs), kept);
+}
+
+// A child forked while other threads log may find a lock of theirs held for good, so it may only
+// exec; one that does runs and exits as usual, however often the fork lands mid-line.
+TEST_F(DirectorySink, AChildForkedWhileThreadsLogCanExec)
+{
+    source.add_sink(v2::sink::get_dir(pattern, 1 << 16, 1 << 20));
+    expect_completes_in_child(60, [&] {
+        std::atomic<bool> done{false};
+        start_line all_logging(3);
+        std::vector<std::thread> loggers;
+        for (int t = 0; t < 2; ++t) {
+            loggers.emplace_back([&] {
+                all_logging.arrive_and_wait();
+                while (!done) {
+                    v2::log_str(source.get_child_logger("t"), info, "a line while forking");
+                }
+            });
+        }
+        all_logging.arrive_and_wait();
+        for (int child = 0; child < 20; ++child) {
+            pid_t const pid = ::fork();
+            if (pid == 0) {
+                ::execl("/bin/sh", "sh", "-c", "exit 7", static_cast<char*>(nullptr));
+                ::_exit(127);
+            }
+            int status = 0;
+            EXPECT_TRUE(pid > 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
+                        WEXITSTATUS(status) == 7)
+                << status;
+        }
+        done = true;
+        for (auto& logger : loggers) {
+            logger.join();
+        }
+    });
 }
 
 // A new sink continues after the highest counter present, even while another sink of the

@@ -18,18 +18,29 @@ struct Facade : ::testing::Test {
     stream_capture<std::cout> out;
 };
 
-// An empty directory (the default with HOME unset) is refused, never taken for the current one,
-// and what was held waits for a start with a usable directory.
-TEST_F(Facade, HeldMessagesWaitThroughARefusedStartThenReachFileAndStandardOutput)
+// The working or the home directory, however spelled (an empty directory is the default with
+// HOME unset), is refused, and what was held waits for a start with a usable directory.
+TEST_F(Facade, HeldMessagesWaitThroughRefusedStartsThenReachFileAndStandardOutput)
 {
     auto net = Logging::get_logger("Network.Curl");
     v2::log_str(net, level(3), "held and shown");
     v2::log_str(net, level(1), "held and dropped");
     v2::log_str(Logging::get_global_logger(), level(4), "global");
     config.domain_levels["Quiet"] = level(4);
-    config.log_directory = VT::filesystem::path();
-    auto const what = thrown_text<std::invalid_argument>([&] { Logging::start_logging(config); });
-    EXPECT_NE(what.find("no directory part"), std::string::npos) << what;
+    temp_dir work;
+    fs::current_path(work.root);
+    ::setenv("HOME", (work.root / "home").c_str(), 1);
+    for (auto const& [directory, reason] :
+         {std::pair<std::string, std::string>{"", "the working directory"},
+          {"./.", "the working directory"},
+          {work.root.string() + "//", "the working directory"},
+          {"home/../home/", "the home directory"}}) {
+        config.log_directory = directory;
+        auto const what =
+            thrown_text<std::invalid_argument>([&] { Logging::start_logging(config); });
+        EXPECT_NE(what.find(reason), std::string::npos) << directory << ": " << what;
+    }
+    EXPECT_TRUE(files_in(work.root).empty());
     EXPECT_FALSE(Logging::detail2::get_directory_logger());
     config.log_directory = dir.string();
     Logging::start_logging(config);

@@ -60,13 +60,21 @@
 //   sink::get_stdout, get_stderr    Boost.Log exceptions on the call that builds the sink; the
 //                                   next call tries again
 //   sink::get_dir                   std::invalid_argument for an empty pattern, one with no file
-//                                   name, or one whose directory part is empty or "." (retention
-//                                   would delete unrelated files); Boost.Filesystem or Boost.Log
-//                                   exceptions naming the path when the folder cannot be made
+//                                   name or no counter (%N) in it, or one whose directory is
+//                                   really the working or home directory or one above them
+//                                   (retention would delete unrelated files); Boost.Filesystem
+//                                   or Boost.Log exceptions naming the path when the folder
+//                                   cannot be judged or made
 //   logger::get_log_level, get_domain, ~logger_source, sink::detail::get_unwrapped_sink,
 //   impl::get_time                  nothing
 //   logger_source::get_data, set_current_thread_name    only std::bad_alloc
 //   record keywords in a formatter  nothing: a missing value formats as nothing
+
+// fork(): a child of a process whose other threads may be logging must call exec (or _exit) at
+// once and must not log, nor call this library, before it does: a lock that another thread held
+// at the fork (Boost.Log's core, a sink's) stays held in the child for good, and its first
+// logging call would wait forever. A process that forks while no other thread exists may go on
+// logging in the child.
 
 namespace VT::Logging::v2 {
 
@@ -359,23 +367,30 @@ VTLOG_API std::shared_ptr<base> get_stdout();
 VTLOG_API std::shared_ptr<base> get_stderr();
 
 // The sink that appends to rotating files named by `pattern` (Boost.Log file-name placeholders
-// such as %Y-%m-%d and %2N). The pattern's directory, created if missing, must be one given over
-// to the logs: every file in it counts toward `max_total_size`, whatever its name, and at each
-// rotation the oldest files are deleted until the total is back under it. A directory has one
-// budget: sinks of several patterns in one directory share it, and it is the smallest
-// `max_total_size` they were given.
+// such as %Y-%m-%d and %2N). The file name must hold a counter (%N, %2N...): the only naming
+// that gives every rotated file a name of its own. The pattern's directory, created if missing,
+// must be one given over to the logs: every file in it counts toward `max_total_size`, whatever
+// its name, and at each rotation the oldest files are deleted until the total is back under it.
+// A directory has one budget: sinks of several patterns in one directory share it, and it is the
+// smallest `max_total_size` they were given.
 // A file is closed before a line would take it to `rotation_size` bytes, and at the first local
 // midnight after it was opened. A new sink's counter continues after the highest one of the
 // pattern's files already in the directory, so no file holds lines of two runs. Each line is
 // flushed to its file before the logging call returns; if the current file (or the directory)
 // was removed meanwhile, by anyone, the line goes to a new file (in the directory made again).
+// A file line holds the time, the thread identifier and name, the domain and the message,
+// separated by tabs; the control characters of the thread name and the domain are escaped ("\n",
+// "\t", "\r", "\xHH"; backslashes are left as they are), so neither can begin a line or a field.
 // While a sink for `pattern` (compared byte for byte) lives, the same handle is returned and the
 // sizes are ignored. Thread-safe.
-// Throws std::invalid_argument naming the pattern when it is empty, names no file (ends in a
-// separator) or has no directory part (empty or "."); Boost.Filesystem or Boost.Log exceptions
-// naming the path when the directory cannot be created. A line that cannot be written (a full
-// disk) makes its logging call throw a Boost.Filesystem error naming the file, or reaches the
-// handler set with boost::log::core::set_exception_handler; the next line begins a new file.
+// Throws std::invalid_argument naming the pattern and why when it is empty, names no file (ends
+// in a separator), has no counter in its file name, or when its directory, with ".", ".." and
+// links resolved as far as it exists, is the working directory, the home directory (HOME), the
+// file-system root or a directory above one of them; Boost.Filesystem or Boost.Log exceptions
+// naming the path when the directory cannot be resolved or created. A line that cannot be
+// written (a full disk) makes its logging call throw a Boost.Filesystem error naming the file, or
+// reaches the handler set with boost::log::core::set_exception_handler; the next line begins a
+// new file.
 VTLOG_API std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
                                         unsigned long max_total_size);
 
