@@ -10,7 +10,6 @@
 #include <boost/log/sources/basic_logger.hpp>
 #include <boost/log/sources/features.hpp>
 #include <boost/log/sources/threading_models.hpp>
-#include <boost/thread/shared_mutex.hpp>
 
 #include <atomic>
 #include <functional>
@@ -37,7 +36,7 @@ struct message_values {
 // so a record opened inside another's (a sink that logs) takes its own message.
 inline thread_local message_values const* current_message = nullptr;
 
-using threading_model = boost::log::sources::multi_thread_model<boost::shared_mutex>;
+using threading_model = boost::log::sources::multi_thread_model<std::shared_mutex>;
 
 // The Boost.Log feature that opens a node's records with the calling thread's message, and
 // counts the node's sink markers.
