@@ -88,10 +88,10 @@ record_routing::~record_routing()
     current_routing = outer;
 }
 
-// A summary costs about as much as six searches, and once made saves some five sixths of each
-// later one. After this many searches of one record, the next asker makes it: with 100 sinks or
-// more, a record costs about 25 instructions for each sink that does not take it, and with few
-// sinks no summary is made for nothing.
+// A summary costs about as much as six searches, and once made saves about three quarters of
+// each later one. After this many searches of one record, the next asker makes it: with 100
+// sinks or more, a record costs about 25 instructions for each sink that does not take it, and
+// with few sinks no summary is made for nothing.
 constexpr unsigned searches_before_summary = 16;
 
 bool record_routing::refutes(boost::log::attribute_value_set const& values,

@@ -67,7 +67,8 @@ private:
     unsigned searches = 0;
     boost::log::attribute_value_set const* summarised = nullptr; // the set last recognised
     void const* node_element = nullptr; // in the summarised set; null until the summary is made
-    // One bit per name id modulo 256 for every non-empty value of the record.
+    // One bit per name id modulo 256 for every value of the record: a clear bit proves a name
+    // absent, a set one is searched for.
     std::array<std::uint64_t, 4> names{};
 };
 
