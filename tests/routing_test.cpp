@@ -7,8 +7,10 @@
 #include <boost/log/sources/logger.hpp>
 #include <boost/log/sources/record_ostream.hpp>
 
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -125,11 +127,10 @@ TEST_F(Routing, ACallersLoggerCarryingMarkersFeedsTheirSinks)
 }
 
 // A library record also carries the markers that the caller adds to the Boost.Log attributes of
-// its thread or of the process, whether its own logger carries markers or not.
+// its thread or of the process, whether its own logger carries markers or not; so with few sinks,
+// which search each record, and with many, where the sinks asked last read a summary of its names.
 TEST_F(Routing, MarkersAddedAsThreadOrGlobalAttributesRouteLibraryRecords)
 {
-    capture_sink attached("attached");
-    source.add_sink(attached.handle);
     v2::logger_source bare;
     bare.start_logging(level(0));
     auto const core = boost::log::core::get();
@@ -137,18 +138,33 @@ TEST_F(Routing, MarkersAddedAsThreadOrGlobalAttributesRouteLibraryRecords)
         v2::log_str(source.get_child_logger("marked"), level(0), text);
         v2::log_str(bare.get_child_logger("bare"), level(0), text);
     };
-    log_both("unmarked");
-    auto const thread_marker = core->add_thread_attribute(sink.handle->name, marker).first;
-    log_both("thread");
-    core->remove_thread_attribute(thread_marker);
-    auto const global_marker = core->add_global_attribute(sink.handle->name, marker).first;
-    log_both("global");
-    core->remove_global_attribute(global_marker);
-    log_both("unmarked again");
-    EXPECT_EQ(sink.lines(),
-              (Strings{"[marked] thread", "[bare] thread", "[marked] global", "[bare] global"}));
-    EXPECT_EQ(attached.lines(), (Strings{"[marked] unmarked", "[marked] thread", "[marked] global",
-                                         "[marked] unmarked again"}));
+    std::vector<capture_sink> crowd;
+    crowd.reserve(20);
+    for (std::string const round : {"few", "many"}) {
+        while (round == "many" && crowd.size() < 20) {
+            crowd.emplace_back("crowd " + std::to_string(crowd.size()));
+        }
+        capture_sink attached("attached " + round), target("target " + round);
+        source.add_sink(attached.handle);
+        log_both("unmarked");
+        auto const thread_marker = core->add_thread_attribute(target.handle->name, marker).first;
+        log_both("thread");
+        core->remove_thread_attribute(thread_marker);
+        auto const global_marker = core->add_global_attribute(target.handle->name, marker).first;
+        log_both("global");
+        core->remove_global_attribute(global_marker);
+        log_both("unmarked again");
+        EXPECT_EQ(target.lines(),
+                  (Strings{"[marked] thread", "[bare] thread", "[marked] global", "[bare] global"}))
+            << round;
+        EXPECT_EQ(attached.lines(), (Strings{"[marked] unmarked", "[marked] thread",
+                                             "[marked] global", "[marked] unmarked again"}))
+            << round;
+        source.remove_sink(attached.handle);
+    }
+    for (auto const& other : crowd) {
+        EXPECT_TRUE(other.lines().empty());
+    }
 }
 
 // A record opened while another is being routed on the same thread (here by a sink's own filter)
