@@ -95,6 +95,8 @@ def main():
                         help="a Release build with the benchmarks built (default build-peers)")
     parser.add_argument("--no-growth", action="store_true",
                         help="skip the table of the cost of registered sinks")
+    parser.add_argument("--growth-only", action="store_true",
+                        help="only the table of the cost of registered sinks")
     args = parser.parse_args()
     bench = (args.build_dir if args.build_dir.is_absolute() else ROOT / args.build_dir) / "bench"
     if not shutil.which("valgrind"):
@@ -105,31 +107,36 @@ def main():
     print(f"{version.strip()}, {machine()}\n")
 
     with tempfile.TemporaryDirectory(prefix="vtlog-callgrind-") as workdir:
-        print("| workload | " + " | ".join(SYSTEMS) + " | ÷ spdlog |")
-        print("|---|" + "---|" * (len(SYSTEMS) + 1))
-        for label, runs, lengths in WORKLOADS:
-            figures = {}
-            for system, (program, benchmark) in runs.items():
-                path = bench / program
-                if path.exists():
-                    figures[system] = per_iteration(path, benchmark, lengths, workdir)
-            ratio = ("–" if not figures.get("spdlog") or "libVTLog" not in figures
-                     else f"{figures['libVTLog'] / figures['spdlog']:.2f}×")
-            cells = [number(figures.get(system)) for system in SYSTEMS]
-            print(f"| {label} | " + " | ".join(cells) + f" | {ratio} |")
+        if not args.growth_only:
+            print("| workload | " + " | ".join(SYSTEMS) + " | ÷ spdlog |")
+            print("|---|" + "---|" * (len(SYSTEMS) + 1))
+            for label, runs, lengths in WORKLOADS:
+                figures = {}
+                for system, (program, benchmark) in runs.items():
+                    path = bench / program
+                    if path.exists():
+                        figures[system] = per_iteration(path, benchmark, lengths, workdir)
+                ratio = ("–" if not figures.get("spdlog") or "libVTLog" not in figures
+                         else f"{figures['libVTLog'] / figures['spdlog']:.2f}×")
+                cells = [number(figures.get(system)) for system in SYSTEMS]
+                print(f"| {label} | " + " | ".join(cells) + f" | {ratio} |")
 
         if args.no_growth or not (bench / "growth_bench").exists():
             return
-        print("\n| sinks registered in the process | instructions per record |")
-        print("|---|---|")
+        print("\n| sinks registered in the process | instructions per record, the others "
+              "attached to no source | the others attached to running sources of their own |")
+        print("|---|---|---|")
         costs = {}
         for count in SINK_COUNTS:
-            costs[count] = per_iteration(bench / "growth_bench",
-                                         f"^BM_RecordWithSinksRegistered/{count}/", LINES, workdir)
-            print(f"| {count:,} | {number(costs[count])} |")
+            for attached in (0, 1):
+                costs[count, attached] = per_iteration(
+                    bench / "growth_bench",
+                    f"^BM_RecordWithSinksRegistered/{count}/{attached}/", LINES, workdir)
+            print(f"| {count:,} | {number(costs[count, 0])} | {number(costs[count, 1])} |")
         first, last = SINK_COUNTS[0], SINK_COUNTS[-1]
-        slope = (costs[last] - costs[first]) / (last - first)
-        print(f"| each other sink | {slope:,.1f} |")
+        slopes = [(costs[last, attached] - costs[first, attached]) / (last - first)
+                  for attached in (0, 1)]
+        print(f"| each other sink | {slopes[0]:,.1f} | {slopes[1]:,.1f} |")
 
 
 if __name__ == "__main__":

@@ -17,13 +17,19 @@ namespace v2 = VT::Logging::v2;
 using v2::log_level;
 
 // A record that reaches one discarding sink, while range(0) - 1 other sinks are registered with
-// the core but attached to no source: the cost that every sink of the process adds to every
-// record.
+// the core. Each other sink is attached to no source (range(1) == 0), or to a running source of
+// its own, as in a process of several components (range(1) == 1): the cost that every sink of
+// the process adds to every record.
 void BM_RecordWithSinksRegistered(benchmark::State& state)
 {
     std::vector<std::shared_ptr<v2::sink::base>> others;
+    std::vector<v2::logger_source> other_sources(state.range(1) ? state.range(0) - 1 : 0);
     for (long i = 1; i < state.range(0); ++i) {
         others.push_back(vtlog_bench::discarding_sink("other " + std::to_string(i)));
+    }
+    for (std::size_t i = 0; i < other_sources.size(); ++i) {
+        other_sources[i].add_sink(others[i]);
+        other_sources[i].start_logging(log_level::info);
     }
     v2::logger_source source;
     source.add_sink(vtlog_bench::discarding_sink());
@@ -34,10 +40,7 @@ void BM_RecordWithSinksRegistered(benchmark::State& state)
     }
 }
 BENCHMARK(BM_RecordWithSinksRegistered)
-    ->Arg(1)
-    ->Arg(10)
-    ->Arg(100)
-    ->Arg(1000)
+    ->ArgsProduct({{1, 10, 100, 1000}, {0, 1}})
     ->Apply(vtlog_bench::fixed_iterations);
 
 // `nodes` loggers below `source`'s root: "tree", its children "tree.0" to "tree.99", and their

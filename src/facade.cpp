@@ -8,6 +8,10 @@
 #include <fmt/format.h>
 
 #include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <vector>
+
 #include <unistd.h>
 
 #define VT_FACADE_ASSERT(expression) VT_ASSERT_IN("VTLog/VTLog", expression)
@@ -56,6 +60,19 @@ void start_logging(LogConfig const& config)
 
 void start_logging(LogConfig const& config, v2::logger_source source)
 {
+    // The replaced source is not finished, so its loggers keep holding what they log. Its tree
+    // and its state refer to each other; kept here for the life of the process, they stay
+    // reachable instead of living on unowned.
+    struct replaced_sources {
+        std::mutex mutex;
+        std::vector<std::shared_ptr<v2::logger_source::data>> kept;
+    };
+    static auto& replaced = *new replaced_sources();
+    auto previous = logger_source.get_data();
+    {
+        std::lock_guard<std::mutex> lock(replaced.mutex);
+        replaced.kept.push_back(std::move(previous));
+    }
     logger_source = std::move(source);
     start_logging_(config);
 }

@@ -196,8 +196,7 @@ void logger::data::forget_child(std::string_view child_name)
 std::pair<boost::log::attribute_set::iterator, bool>
 logger::data::add_sink_attribute(boost::log::attribute_name const& marker_name)
 {
-    return source_logger.add_attribute(
-        marker_name, boost::log::attributes::constant<sink::is_sink>(sink::is_sink{}));
+    return source_logger.add_marker(marker_name);
 }
 
 namespace {

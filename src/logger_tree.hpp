@@ -2,18 +2,20 @@
 #pragma once
 
 #include "VTLog/v2/log.hpp"
+#include "routing.hpp"
 
 #include <boost/log/attributes/attribute_set.hpp>
 #include <boost/log/attributes/attribute_value.hpp>
+#include <boost/log/attributes/constant.hpp>
 #include <boost/log/sources/basic_logger.hpp>
 #include <boost/log/sources/features.hpp>
 #include <boost/log/sources/threading_models.hpp>
-#include <boost/thread/shared_mutex.hpp>
 
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -34,9 +36,10 @@ struct message_values {
 // so a record opened inside another's (a sink that logs) takes its own message.
 inline thread_local message_values const* current_message = nullptr;
 
-using threading_model = boost::log::sources::multi_thread_model<boost::shared_mutex>;
+using threading_model = boost::log::sources::multi_thread_model<std::shared_mutex>;
 
-// The Boost.Log feature that opens a node's records with the calling thread's message.
+// The Boost.Log feature that opens a node's records with the calling thread's message, and
+// counts the node's sink markers.
 template <class BaseT>
 class basic_vt_logger : public BaseT {
 public:
@@ -48,22 +51,45 @@ public:
 
     // Puts the level and the text of the calling thread's message into the record it opens.
     // Holding the shared lock, no sink marker can change while the record takes its values.
-    boost::log::record open_message_record(boost::log::attribute_value level_value,
+    boost::log::record open_message_record(logger::data const& node,
+                                           boost::log::attribute_value level_value,
                                            boost::log::attribute_value message_value)
     {
-        boost::log::aux::shared_lock_guard<threading_model> lock(this->get_threading_model());
+        std::shared_lock<threading_model> lock(this->get_threading_model());
         message_values const values{std::move(level_value), std::move(message_value)};
         struct current_scope {
             message_values const* const outer = current_message;
             ~current_scope() { current_message = outer; }
         } const scope;
         current_message = &values;
+        record_routing const routing(markers != 0 ? &node : nullptr);
         return this->core()->open_record(this->attributes());
+    }
+
+    // Adds the sink marker `name` (if the node does not carry it yet) and removes one, under
+    // the exclusive lock.
+    std::pair<boost::log::attribute_set::iterator, bool>
+    add_marker(boost::log::attribute_name const& name)
+    {
+        std::lock_guard<threading_model> lock(this->get_threading_model());
+        auto added = this->add_attribute_unlocked(
+            name, boost::log::attributes::constant<sink::is_sink>(sink::is_sink{}));
+        markers += added.second;
+        return added;
+    }
+    void remove_marker(boost::log::attribute_set::iterator position)
+    {
+        std::lock_guard<threading_model> lock(this->get_threading_model());
+        this->remove_attribute_unlocked(position);
+        --markers;
     }
 
     // Installs the two message attributes (the level and "ggmessage"), replacing any attribute
     // of the same name. Called before the node is shared.
     void set_up_attributes_unlocked();
+
+private:
+    std::size_t markers = 0; // the sink markers among the attributes, under the logger's lock
 };
 
 struct vt_logger_feature {

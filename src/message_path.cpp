@@ -33,7 +33,6 @@ public:
     queueing_sink()
         : boost::log::sinks::sink(true)
         , name(impl::record_names::get().enqueueing_sink)
-        , trees_enqueueing(impl::marker_count(name))
     {
     }
 
@@ -47,12 +46,7 @@ public:
 
     bool will_consume(boost::log::attribute_value_set const& values) override
     {
-        // While no tree holds records, no record carries the marker (routing.hpp).
-        if (trees_enqueueing.load(std::memory_order_relaxed) == 0) {
-            return false;
-        }
-        auto found = values.find(name);
-        return found != values.end() && bool(found->second);
+        return impl::carries_marker(values, name);
     }
 
     void consume(boost::log::record_view const& r) override { consume_impl(r, false); }
@@ -125,7 +119,6 @@ private:
     }
 
     boost::log::attribute_name const name;
-    std::atomic<std::size_t> const& trees_enqueueing;
 };
 
 // Leading and trailing white space and NUL bytes are not part of a message.
@@ -226,7 +219,7 @@ boost::log::record logger_source::data::make_record(message& m)
     if (!node_logger.logging_core()->get_logging_enabled()) {
         return {};
     }
-    return node_logger.open_message_record(level_value(m.level), message_value(m.text));
+    return node_logger.open_message_record(*m.logger, level_value(m.level), message_value(m.text));
 }
 
 void logger_source::data::add_log_message(message& m)

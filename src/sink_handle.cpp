@@ -8,17 +8,13 @@
 #include <boost/log/core/core.hpp>
 #include <boost/make_shared.hpp>
 
-#include <atomic>
-#include <cstddef>
-
 namespace VT::Logging::v2::sink {
 namespace {
 
 // Admits a record only if it carries the sink's marker (its logger's source has the sink
-// attached) and not the enqueueing marker (its source is still holding records); only then is
-// the inner sink's own filter consulted. Every registered sink is asked about every record, so
-// a sink whose name no tree carries, and every sink while no tree is holding records, answers
-// from a count instead of looking among the record's values (see routing.hpp).
+// attached, or the caller marked the record) and not the enqueueing marker (its source is still
+// holding records); only then is the inner sink's own filter consulted. Every registered sink is
+// asked about every record, so the marker test is made cheap (routing.hpp).
 class filtering_sink_wrapper : public boost::log::sinks::sink {
 public:
     filtering_sink_wrapper(boost::shared_ptr<boost::log::sinks::sink> inner_sink,
@@ -27,27 +23,13 @@ public:
         , inner(std::move(inner_sink))
         , sink_name(name)
         , enqueueing_name(enqueueing)
-        , trees_marked(impl::marker_count(name))
-        , trees_enqueueing(impl::marker_count(enqueueing))
     {
     }
 
+    // Most records lack the marker, and most of those are refuted at a glance.
     bool will_consume(boost::log::attribute_value_set const& attrs) override
     {
-        if (trees_marked.load(std::memory_order_relaxed) == 0) {
-            return false;
-        }
-        auto const marker = attrs.find(sink_name);
-        if (marker == attrs.end() || !marker->second) {
-            return false;
-        }
-        if (trees_enqueueing.load(std::memory_order_relaxed) != 0) {
-            auto const enqueueing = attrs.find(enqueueing_name);
-            if (enqueueing != attrs.end() && enqueueing->second) {
-                return false;
-            }
-        }
-        return inner->will_consume(attrs);
+        return !impl::lacks_marker_at_a_glance(attrs, sink_name) && admits(attrs);
     }
 
     void consume(boost::log::record_view const& record) override { inner->consume(record); }
@@ -62,10 +44,15 @@ public:
     boost::shared_ptr<boost::log::sinks::sink> const inner;
 
 private:
+    // Kept out of will_consume, whose quick refusal then saves no registers.
+    [[gnu::noinline]] bool admits(boost::log::attribute_value_set const& attrs) const
+    {
+        return impl::carries_marker(attrs, sink_name) &&
+               !impl::carries_marker(attrs, enqueueing_name) && inner->will_consume(attrs);
+    }
+
     boost::log::attribute_name const sink_name;
     boost::log::attribute_name const enqueueing_name;
-    std::atomic<std::size_t> const& trees_marked;
-    std::atomic<std::size_t> const& trees_enqueueing;
 };
 
 boost::shared_ptr<boost::log::sinks::sink> wrap(boost::shared_ptr<boost::log::sinks::sink> sink,

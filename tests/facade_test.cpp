@@ -63,10 +63,10 @@ TEST_F(Facade, HeldMessagesWaitThroughRefusedStartsThenReachFileAndStandardOutpu
 
 TEST(FacadeSource, TwoArgumentStartInstallsTheGivenSourceAndNoSink)
 {
+    // The replaced source is not finished: its loggers keep holding their messages. It must
+    // not outlive the process unreachable (the ASan build's leak check sees that).
     auto before = Logging::get_logger("Old");
-    // The replaced state is dropped unfinished, and its tree refers to it: held here, it is
-    // finished (and freed) when the test ends instead of outliving the process.
-    v2::logger_source previous = std::move(Logging::get_logger_source());
+    v2::log_str(before, level(5), "held by the old tree");
     capture_sink sink;
     v2::logger_source own;
     own.add_sink(sink.handle);
@@ -75,6 +75,7 @@ TEST(FacadeSource, TwoArgumentStartInstallsTheGivenSourceAndNoSink)
     v2::log_str(Logging::get_logger("Mine"), level(5), "after");
     v2::log_str(Logging::get_logger("Other"), level(2), "other");
     v2::log_str(before, level(5), "to the old, unstarted tree");
+    EXPECT_TRUE(before.is_enabled(level(0))) << "still holding";
     EXPECT_EQ(sink.lines(), (std::vector<std::string>{"[Mine] after", "[Other] other"}));
     EXPECT_FALSE(Logging::detail2::get_directory_logger());
     EXPECT_EQ(Logging::get_logger_source().get_data()->sinks.size(), 1u);

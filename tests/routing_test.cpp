@@ -3,12 +3,27 @@
 
 #include "logger_source.hpp"
 
+#include <boost/log/attributes/constant.hpp>
 #include <boost/log/sources/logger.hpp>
 #include <boost/log/sources/record_ostream.hpp>
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace {
 
 using namespace vtlog_test;
+
+boost::log::attributes::constant<v2::sink::is_sink> const marker(v2::sink::is_sink{});
+
+void push(boost::log::sources::logger& plain)
+{
+    if (auto record = plain.open_record()) {
+        plain.push_record(std::move(record));
+    }
+}
 
 struct Routing : ::testing::Test {
     Routing() { source.start_logging(level(0)); }
@@ -87,6 +102,90 @@ TEST_F(Routing, EveryHandleOfANameIsFedByTheTreesCarryingIt)
         EXPECT_EQ(fed->lines(), (Strings{"[k] live", "[h] held"}));
     }
     EXPECT_TRUE(dropped.lines().empty());
+}
+
+// A sink takes every record that carries its marker, whoever made it: here a caller's own
+// Boost.Log logger marked for the console, a directory and a caller's sink, none of them
+// attached to a source. The fields such a record lacks are written empty. Once its handle is
+// gone, a sink is out of the core.
+TEST_F(Routing, ACallersLoggerCarryingMarkersFeedsTheirSinks)
+{
+    temp_dir dir;
+    auto const directory = v2::sink::get_dir((dir.root / "log %2N.txt").string(), 1 << 20, 1 << 20);
+    stream_capture<std::cout> out;
+    boost::log::sources::logger plain;
+    for (auto const& marked : {v2::sink::get_stdout(), directory, sink.handle}) {
+        plain.add_attribute(marked->name, marker);
+    }
+    plain.add_attribute("ggmessage", boost::log::attributes::constant<std::string_view>("plain"));
+    push(plain);
+    sink.handle.reset();
+    push(plain);
+    EXPECT_EQ(out.str(), "plain\nplain\n");
+    EXPECT_EQ(text_in(dir.root), "plain\nplain\n") << "the domain field empty, its tabs kept";
+    EXPECT_EQ(sink.lines(), Strings{"plain"});
+}
+
+// A library record also carries the markers that the caller adds to the Boost.Log attributes of
+// its thread or of the process, whether its own logger carries markers or not; so with few sinks,
+// which search each record, and with many, where the sinks asked last read a summary of its names.
+TEST_F(Routing, MarkersAddedAsThreadOrGlobalAttributesRouteLibraryRecords)
+{
+    v2::logger_source bare;
+    bare.start_logging(level(0));
+    auto const core = boost::log::core::get();
+    auto const log_both = [&](std::string const& text) {
+        v2::log_str(source.get_child_logger("marked"), level(0), text);
+        v2::log_str(bare.get_child_logger("bare"), level(0), text);
+    };
+    std::vector<capture_sink> crowd;
+    crowd.reserve(20);
+    for (std::string const round : {"few", "many"}) {
+        while (round == "many" && crowd.size() < 20) {
+            crowd.emplace_back("crowd " + std::to_string(crowd.size()));
+        }
+        capture_sink attached("attached " + round), target("target " + round);
+        source.add_sink(attached.handle);
+        log_both("unmarked");
+        auto const thread_marker = core->add_thread_attribute(target.handle->name, marker).first;
+        log_both("thread");
+        core->remove_thread_attribute(thread_marker);
+        auto const global_marker = core->add_global_attribute(target.handle->name, marker).first;
+        log_both("global");
+        core->remove_global_attribute(global_marker);
+        log_both("unmarked again");
+        EXPECT_EQ(target.lines(),
+                  (Strings{"[marked] thread", "[bare] thread", "[marked] global", "[bare] global"}))
+            << round;
+        EXPECT_EQ(attached.lines(), (Strings{"[marked] unmarked", "[marked] thread",
+                                             "[marked] global", "[marked] unmarked again"}))
+            << round;
+        source.remove_sink(attached.handle);
+    }
+    for (auto const& other : crowd) {
+        EXPECT_TRUE(other.lines().empty());
+    }
+}
+
+// A record opened while another is being routed on the same thread (here by a sink's own filter)
+// is routed by its own markers, and the outer one by its.
+TEST_F(Routing, ARecordOpenedInsideAnothersFilterIsRoutedByItsOwnMarkers)
+{
+    capture_sink nested("nested");
+    source.add_sink(sink.handle);
+    boost::log::sources::logger plain;
+    plain.add_attribute(nested.handle->name, marker);
+    plain.add_attribute("ggmessage", boost::log::attributes::constant<std::string_view>("inner"));
+    bool opened = false;
+    sink.frontend->set_filter([&](boost::log::attribute_value_set const&) {
+        if (!std::exchange(opened, true)) {
+            push(plain);
+        }
+        return true;
+    });
+    v2::log_str(source.get_child_logger("l"), level(0), "outer");
+    EXPECT_EQ(sink.lines(), Strings{"[l] outer"});
+    EXPECT_EQ(nested.lines(), Strings{"inner"});
 }
 
 } // namespace
