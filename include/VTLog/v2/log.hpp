@@ -366,31 +366,35 @@ VTLOG_API std::shared_ptr<base> get_stdout();
 // The process-wide standard-error sink, formatted like get_stdout().
 VTLOG_API std::shared_ptr<base> get_stderr();
 
-// The sink that appends to rotating files named by `pattern` (Boost.Log file-name placeholders
-// such as %Y-%m-%d and %2N). The file name must hold a counter (%N, %2N...): the only naming
-// that gives every rotated file a name of its own. The pattern's directory, created if missing,
-// must be one given over to the logs: every file in it counts toward `max_total_size`, whatever
-// its name, and at each rotation the oldest files are deleted until the total is back under it.
-// A directory has one budget: sinks of several patterns in one directory share it, and it is the
-// smallest `max_total_size` they were given.
-// A file is closed before a line would take it to `rotation_size` bytes, and at the first local
-// midnight after it was opened. A new sink's counter continues after the highest one of the
-// pattern's files already in the directory, so no file holds lines of two runs. Each line is
-// flushed to its file before the logging call returns; if the current file (or the directory)
-// was removed meanwhile, by anyone, the line goes to a new file (in the directory made again).
+// The sink that writes rotating files named by `pattern` (Boost.Log file-name placeholders: %Y,
+// %y, %m, %d, %H, %M, %S, %f and the counter %N, %2N...). The file name must hold a counter: the
+// only naming that gives every rotated file a name of its own. The pattern's directory, created if
+// missing, must be one given over to the logs: every file in it counts toward `max_total_size`,
+// whatever its name and whichever process wrote it, and at each rotation the oldest are deleted
+// (files this process writes excepted; links as entries, never their targets) until the total is
+// back under it. A directory has one budget: sinks of several patterns in one directory share
+// it, the smallest `max_total_size` they were given.
+// A file is closed before a line would take it past `rotation_size` bytes (an empty file takes
+// any line), and at the first local midnight after the earliest clock reading since it was
+// opened. Files are always created anew, after the highest counter in the directory; a name taken
+// (by a file or a symbolic link) is skipped, so no file holds lines of two runs and no line goes
+// through a link. Each line is in its file when the logging call returns; if the current file
+// (or the directory) was removed meanwhile, by anyone, the line is written again into a new file
+// (in the directory made again). One descriptor per open file.
 // A file line holds the time, the thread identifier and name, the domain and the message,
 // separated by tabs; the control characters of the thread name and the domain are escaped ("\n",
 // "\t", "\r", "\xHH"; backslashes are left as they are), so neither can begin a line or a field.
 // While a sink for `pattern` (compared byte for byte) lives, the same handle is returned and the
 // sizes are ignored. Thread-safe.
 // Throws std::invalid_argument naming the pattern and why when it is empty, names no file (ends
-// in a separator), has no counter in its file name, or when its directory, with ".", ".." and
-// links resolved as far as it exists, is the working directory, the home directory (HOME), the
-// file-system root or a directory above one of them; Boost.Filesystem or Boost.Log exceptions
-// naming the path when the directory cannot be resolved or created. A line that cannot be
-// written (a full disk) makes its logging call throw a Boost.Filesystem error naming the file, or
-// reaches the handler set with boost::log::core::set_exception_handler; the next line begins a
-// new file.
+// in a separator), has no counter or an unknown placeholder in its file name, or when its
+// directory, with ".", ".." and links resolved as far as it exists, is the working directory, the
+// home directory (HOME), the file-system root or a directory above one of them; Boost.Filesystem
+// exceptions naming the path when the directory cannot be resolved or created. A line that
+// cannot be written (a full disk), or a file that cannot be opened, makes its logging call throw
+// a Boost.Filesystem error naming the file, or reaches the handler set with
+// boost::log::core::set_exception_handler. The next line then begins a new file if part of the
+// failed one was written.
 VTLOG_API std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
                                         unsigned long max_total_size);
 
