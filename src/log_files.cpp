@@ -2,6 +2,8 @@
 // rotation and write errors.
 #include "log_files.hpp"
 
+#include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <boost/make_shared.hpp>
 #include <boost/system/error_code.hpp>
