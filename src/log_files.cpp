@@ -7,6 +7,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <boost/make_shared.hpp>
 #include <boost/system/error_code.hpp>
+#include <boost/version.hpp>
 
 #include <algorithm>
 #include <array>
@@ -79,8 +80,33 @@ public:
     // Never called: the real collector replaces this one before the first file is written.
     void store_file(fs::path const&) override {}
 
+#if BOOST_VERSION < 107900
     std::uintmax_t scan_for_files(file::scan_method, fs::path const& pattern,
                                   unsigned int* counter) override
+    {
+        return scan(pattern, counter);
+    }
+#else
+    // Boost 1.79 reports the highest counter found, and asks whether a file is stored.
+    file::scan_result scan_for_files(file::scan_method, fs::path const& pattern) override
+    {
+        unsigned int next = 0;
+        file::scan_result result;
+        result.found_count = scan(pattern, &next);
+        if (next > 0) {
+            result.last_file_counter = next - 1;
+        }
+        return result;
+    }
+
+    bool is_in_storage(fs::path const&) const override
+    {
+        return false;
+    }
+#endif
+
+private:
+    std::uintmax_t scan(fs::path const& pattern, unsigned int* counter) const
     {
         std::regex const names(name_expression(pattern.filename().string()));
         std::uintmax_t matching = 0;
@@ -101,7 +127,6 @@ public:
         return matching;
     }
 
-private:
     fs::path const directory_;
 };
 
