@@ -2,22 +2,25 @@
 # Unpacks a Boost other than Debian 12's default (1.74) into a prefix of its own and prints that
 # prefix: configure with -DCMAKE_PREFIX_PATH=<prefix>, whose Boost CMake package files find the
 # headers and libraries relative to themselves.
-#   scripts/boost_prefix.sh 1.81 DIR   Debian 12's Boost 1.81 packages, which cannot be installed
-#                                      beside 1.74: downloaded with apt-get, unpacked with dpkg -x
-#   scripts/boost_prefix.sh 1.89 DIR   Boost 1.89.0 built for Debian 12, from the shared folder of
-#                                      the project (VTLOG_DEPS_DIR, default ../shared/deps)
-# A prefix that DIR already holds complete is reused.
+#   scripts/boost_prefix.sh 1.81 [DIR]   Debian 12's Boost 1.81 packages, which cannot be
+#                                        installed beside 1.74: downloaded with apt-get,
+#                                        unpacked with dpkg -x
+#   scripts/boost_prefix.sh 1.89 [DIR]   Boost 1.89.0 built for Debian 12, from the project's
+#                                        shared folder (VTLOG_DEPS_DIR, default ../shared/deps)
+# DIR defaults to VTLOG_BOOST_CACHE, or else ~/.cache/vtlog-boost. A prefix that DIR already
+# holds complete is reused.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 usage() {
-    echo "usage: $0 1.81|1.89 DIR" >&2
+    echo "usage: $0 1.81|1.89 [DIR]" >&2
     exit 2
 }
-[ $# -eq 2 ] || usage
+[ $# -eq 1 ] || [ $# -eq 2 ] || usage
 version=$1
-mkdir -p "$2"
-dir=$(cd "$2" && pwd)
+dir=${2:-${VTLOG_BOOST_CACHE:-${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/vtlog-boost}}
+mkdir -p "$dir"
+dir=$(cd "$dir" && pwd)
 
 case $version in
 1.81)

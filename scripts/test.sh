@@ -4,7 +4,7 @@
 # VTLOG_SANITIZE ('' | address | thread), CMAKE_BUILD_TYPE (default Debug),
 # VTLOG_BUILD_BENCH (ON | OFF, default ON: the benchmarks are built, not run).
 # Another Boost than Debian's 1.74: VTLOG_BOOST=1.81|1.89 unpacks it with scripts/boost_prefix.sh
-# into VTLOG_BOOST_CACHE (default ~/.cache/vtlog-boost) and builds in build-boost<version> unless
+# (into VTLOG_BOOST_CACHE, default ~/.cache/vtlog-boost) and builds in build-boost<version> unless
 # BUILD_DIR says otherwise; BOOST_PREFIX=<dir> uses the Boost installed under <dir>. A build
 # directory keeps the Boost it was first configured with.
 set -euo pipefail
@@ -19,8 +19,7 @@ scripts/setup.sh "${extra_packages[@]}"
 
 boost_prefix=${BOOST_PREFIX:-}
 if [ -n "${VTLOG_BOOST:-}" ]; then
-    boost_prefix=$(scripts/boost_prefix.sh "$VTLOG_BOOST" \
-        "${VTLOG_BOOST_CACHE:-${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/vtlog-boost}")
+    boost_prefix=$(scripts/boost_prefix.sh "$VTLOG_BOOST")
     build_dir=${BUILD_DIR:-build-boost$VTLOG_BOOST}
 fi
 boost_args=()
