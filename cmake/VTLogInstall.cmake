@@ -1,4 +1,4 @@
-# Installs the library, its two public headers, a CMake package and a pkg-config file.
+# Installs the library, its public headers, a CMake package and a pkg-config file.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -6,10 +6,9 @@ install(TARGETS VTLog EXPORT VTLogTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES ${PROJECT_SOURCE_DIR}/include/VTLog/VTLog.hpp
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VTLog)
-install(FILES ${PROJECT_SOURCE_DIR}/include/VTLog/v2/log.hpp
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VTLog/v2)
+# Every header under include/VTLog is public.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/VTLog DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    FILES_MATCHING PATTERN "*.hpp")
 
 set(vtlog_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/VTLog)
 install(EXPORT VTLogTargets NAMESPACE VTLog:: DESTINATION ${vtlog_cmake_dir})

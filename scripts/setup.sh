@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
     cmake ninja-build g++ pkg-config
     libboost-log-dev libboost-thread-dev libboost-filesystem-dev
-    libboost-date-time-dev libboost-system-dev
+    libboost-date-time-dev
     libfmt-dev libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
     "$@"
 )

@@ -1,5 +1,5 @@
-# Builds TARGET in BUILD_DIR and passes only if the build fails with EXPECTED in its output and
-# with a diagnostic at the line of SOURCE that carries the marker "// caller".
+# Builds TARGET in BUILD_DIR and passes only if the build fails with output that matches the
+# regular expression EXPECTED and names the line of SOURCE that carries the marker "// caller".
 #   cmake -DBUILD_DIR=... -DTARGET=... -DSOURCE=... -DEXPECTED=... -P expect_compile_error.cmake
 file(STRINGS "${SOURCE}" lines)
 set(line_number 0)
