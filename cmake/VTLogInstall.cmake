@@ -1,4 +1,4 @@
-# Installs the library, its two public headers, a CMake package and a pkg-config file.
+# Installs the library, its public headers, a CMake package and a pkg-config file.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -9,6 +9,7 @@ install(TARGETS VTLog EXPORT VTLogTargets
 install(FILES ${PROJECT_SOURCE_DIR}/include/VTLog/VTLog.hpp
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VTLog)
 install(FILES ${PROJECT_SOURCE_DIR}/include/VTLog/v2/log.hpp
+    ${PROJECT_SOURCE_DIR}/include/VTLog/v2/record.hpp
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VTLog/v2)
 
 set(vtlog_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/VTLog)

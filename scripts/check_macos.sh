@@ -70,7 +70,7 @@ library_flags=("${common[@]}" -fvisibility=hidden -fvisibility-inlines-hidden -f
 # (pkg-config hands the include directory over with -I, so the headers' own warnings count).
 consumer_flags=("${common[@]}" -I "$root/include" "${system_includes[@]}")
 
-headers=(VTLog/v2/log.hpp VTLog/VTLog.hpp)
+headers=(VTLog/v2/log.hpp VTLog/v2/record.hpp VTLog/VTLog.hpp)
 for header in "${headers[@]}"; do
     echo "#include <$header>" >"$work/$(echo "$header" | tr / _).cpp"
 done
