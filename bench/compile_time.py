@@ -94,14 +94,13 @@ def main():
                         help="keep the objects in DIR with clang's -ftime-trace beside them")
     args = parser.parse_args()
 
-    command = [args.cxx, "-std=c++17", *shlex.split(args.flags), *public_definitions(),
-               "-I", str(ROOT / "include"), "-c"]
+    options = ["-std=c++17", *shlex.split(args.flags), *public_definitions()]
+    command = [args.cxx, *options, "-I", str(ROOT / "include"), "-c"]
     if args.trace:
         args.trace.mkdir(parents=True, exist_ok=True)
         command.append("-ftime-trace")
     version = subprocess.run([args.cxx, "--version"], capture_output=True, text=True).stdout
-    print(f"{version.splitlines()[0]}, {shlex.join(command[1:-3] + ['-c'])}, "
-          f"median of {args.runs} runs\n")
+    print(f"{version.splitlines()[0]}, {shlex.join(options)}, median of {args.runs} runs\n")
 
     timed = cases()
     times = {label: [] for label, _ in timed}

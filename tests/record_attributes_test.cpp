@@ -3,6 +3,7 @@
 
 #include "time_text.hpp"
 
+#include <boost/log/core/core.hpp>
 #include <boost/log/sinks/async_frontend.hpp>
 #include <fmt/printf.h>
 
