@@ -336,19 +336,20 @@ VTLOG_API std::shared_ptr<base> get_stderr();
 // budget: sinks of several patterns in one directory share it, and it is the smallest
 // `max_total_size` they were given.
 // A file is closed before a line would take it to `rotation_size` bytes, and once the clock
-// reaches the first local midnight after its earliest reading since the file was opened (the
-// opening time, or a time the clock was set back to: a file rotates at the first midnight the
-// clock reaches, never days late, and setting the clock back begins no file by itself). A new
-// sink's counter continues after the highest one of the pattern's files already in the directory,
-// so no file holds lines of two runs. Each line is flushed to its file before the logging call
-// returns; if the current file (or the directory) was removed meanwhile, by anyone, the line goes
-// to a new file (in the directory made again). While a sink for `pattern` (compared byte for byte)
-// lives, the same handle is returned and the sizes are ignored. Thread-safe. Throws
-// std::invalid_argument naming the pattern when it is empty, names no file (ends in a separator) or
-// has no directory part (empty or "."); Boost.Filesystem or Boost.Log exceptions naming the path
-// when the directory cannot be created. A line that cannot be written (a full disk) makes its
-// logging call throw a Boost.Filesystem error naming the file, or reaches the handler set with
-// boost::log::core::set_exception_handler; the next line begins a new file.
+// reaches the first local midnight after its earliest reading since the file was opened: the
+// opening time, or a time the clock was set back to, so a file rotates at the first midnight the
+// clock reaches, never days late, and setting the clock back begins no file by itself. A new
+// sink's counter continues after the highest one of the pattern's files already in the
+// directory, so no file holds lines of two runs. Each line is flushed to its file before the
+// logging call returns; if the current file (or the directory) was removed meanwhile, by anyone,
+// the line goes to a new file (in the directory made again). While a sink for `pattern`
+// (compared byte for byte) lives, the same handle is returned and the sizes are ignored.
+// Thread-safe.
+// Throws std::invalid_argument naming the pattern when it is empty, names no file (ends in a
+// separator) or has no directory part (empty or "."); Boost.Filesystem or Boost.Log exceptions
+// naming the path when the directory cannot be created. A line that cannot be written (a full
+// disk) makes its logging call throw a Boost.Filesystem error naming the file, or reaches the
+// handler set with boost::log::core::set_exception_handler; the next line begins a new file.
 VTLOG_API std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
                                         unsigned long max_total_size);
 
