@@ -46,6 +46,11 @@ WORKLOADS = [
          "floor": ("core_bench", "^BM_FilteredFloor/")},
         CHEAP,
     ),
+    (
+        "written `log_fmt` call, discarding sink",
+        {"libVTLog": ("core_bench", "^BM_WrittenLogFmt/")},
+        LINES,
+    ),
     ("console line", peers("^BM_ConsoleLine/"), LINES),
     ("file line, flushed", peers("^BM_FileLine/.*threads:1$"), LINES),
 ]

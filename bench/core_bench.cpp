@@ -158,6 +158,21 @@ void BM_WrittenToDiscardingSink(benchmark::State& state)
 }
 BENCHMARK(BM_WrittenToDiscardingSink);
 
+// The same message through log_fmt: its formatting is the part of a written call that log_fmt
+// adds.
+void BM_WrittenLogFmt(benchmark::State& state)
+{
+    v2::logger_source source;
+    source.add_sink(discarding_sink());
+    source.start_logging(log_level::info);
+    auto l = source.get_child_logger("bench.written");
+    long n = 0;
+    for (auto _ : state) {
+        v2::log_fmt(l, log_level::info, "request {} sent to host", ++n);
+    }
+}
+BENCHMARK(BM_WrittenLogFmt)->Apply(vtlog_bench::fixed_iterations);
+
 // range(0) messages held before the start, then the start replays them into a discarding sink.
 void BM_EarlyQueue(benchmark::State& state)
 {

@@ -3,7 +3,7 @@
 // read the records through the keywords of VT::Logging::v2::record.
 //
 //   vtlog_boost_sinks [--syslog-port PORT]    (default 514, where a syslog daemon listens)
-#include <VTLog/v2/log.hpp>
+#include <VTLog/v2/record.hpp>
 
 #include <boost/core/null_deleter.hpp>
 #include <boost/log/expressions.hpp>

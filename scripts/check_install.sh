@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 scripts/setup.sh clang
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-expected="[Consumer] installed 2 headers"
+expected="[Consumer] installed 3 headers (ggmessage)"
 
 cmake -S . -B "$work/build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$work/prefix" \
     -DVTLOG_BUILD_TESTS=OFF -DVTLOG_BUILD_EXAMPLES=OFF -DVTLOG_BUILD_BENCH=OFF

@@ -14,6 +14,7 @@
 #include <boost/log/core/record_view.hpp>
 #include <boost/log/sinks/sink.hpp>
 #include <boost/make_shared.hpp>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
@@ -202,6 +203,27 @@ private:
     std::string_view const text;
 };
 
+// The text of log_fmt, formatted when it is asked for: the usual message stays in the object's
+// own 500 bytes, a longer one goes to the heap.
+class format_text final : public log_function_ref {
+public:
+    format_text(fmt::string_view format, fmt::format_args args)
+        : format(format)
+        , args(args)
+    {
+    }
+    std::string_view get_str() const override
+    {
+        fmt::vformat_to(fmt::appender(text), format, args);
+        return std::string_view(text.data(), text.size());
+    }
+
+private:
+    fmt::string_view const format;
+    fmt::format_args const args;
+    mutable fmt::basic_memory_buffer<char, 500> text;
+};
+
 } // namespace
 
 namespace impl {
@@ -305,6 +327,12 @@ bool logger::is_enabled(log_level level) const noexcept
 void log_str(logger const& l, log_level level, std::string_view text)
 {
     l.log(level, constant_logger(text));
+}
+
+void detail::log_formatted(logger const& l, log_level level, fmt::string_view format,
+                           fmt::format_args args)
+{
+    l.log(level, format_text(format, args));
 }
 
 } // namespace VT::Logging::v2

@@ -6,6 +6,7 @@
 
 #include <boost/log/attributes/attribute_value_set.hpp>
 #include <boost/log/core/core.hpp>
+#include <boost/log/sinks/sink.hpp>
 #include <boost/make_shared.hpp>
 
 namespace VT::Logging::v2::sink {

@@ -69,8 +69,10 @@ namespace {
 void format_fields(int year, int month, int day, int hour, int minute, int second, int millisecond,
                    tz_offset const& offset, time_text& out_text)
 {
-    // Every record pays for this text, so the usual case is written two digits at a time: the
-    // same characters the format below prints for fields within their widths.
+    // Every file line prints this text, as does every record that leaves its thread (held before
+    // the start, or bound for a sink that writes on a thread of its own), so the usual case is
+    // written two digits at a time: the same characters the format below prints for fields
+    // within their widths.
     if (fits(year, 10000) && fits(month, 100) && fits(day, 100) && fits(hour, 100) &&
         fits(minute, 100) && fits(second, 100) && fits(millisecond, 1000) &&
         fits(offset.hours, 100) && fits(offset.minutes, 100)) {
@@ -146,21 +148,6 @@ time_text format_local(boost::posix_time::ptime const& utc, boost::posix_time::p
     tz_offset const offset{difference.is_negative(), static_cast<int>(magnitude.hours()),
                            static_cast<int>(magnitude.minutes())};
     return format_time(local.date(), local.time_of_day(), offset);
-}
-
-time_text local_time_text(boost::posix_time::ptime const& utc)
-{
-    static boost::posix_time::ptime const epoch(boost::gregorian::date(1970, 1, 1));
-    if (utc.is_special()) {
-        return text_of(fallback_time_text);
-    }
-    auto const since_epoch = std::chrono::microseconds((utc - epoch).total_microseconds());
-    time_text text;
-    write_local_time(
-        std::chrono::system_clock::time_point(
-            std::chrono::duration_cast<std::chrono::system_clock::duration>(since_epoch)),
-        text);
-    return text;
 }
 
 void write_local_time(std::chrono::system_clock::time_point utc, time_text& out)

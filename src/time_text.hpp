@@ -49,11 +49,10 @@ time_text format_utc(boost::posix_time::ptime const& utc);
 // so such an offset means the local conversion went wrong).
 time_text format_local(boost::posix_time::ptime const& utc, boost::posix_time::ptime const& local);
 
-// The text of the instant `utc` in the process's local zone (read through localtime_r, so a
-// change of TZ needs tzset() first). Never fails except on allocation: an instant that is a
-// special value or that the system cannot convert gives the fallback text.
-time_text local_time_text(boost::posix_time::ptime const& utc);
-// The same text of `utc`, written over `out`: a value that keeps its text is spared a copy.
+// Writes the text of the instant `utc` in the process's local zone over `out` (a value that
+// keeps its text is spared a copy). Read through localtime_r, so a change of TZ needs tzset()
+// first. Never fails except on allocation: an instant before 1970 or one that the system cannot
+// convert gives the fallback text.
 void write_local_time(std::chrono::system_clock::time_point utc, time_text& out);
 
 } // namespace VT::Logging::v2::impl

@@ -1,6 +1,8 @@
 // The inline call helpers: log_fmt and lazy_text format only what is logged.
 #include "test_support.hpp"
 
+#include <fmt/format.h>
+
 #include <optional>
 
 // An argument that counts how often it is formatted.

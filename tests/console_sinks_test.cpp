@@ -4,6 +4,7 @@
 #include "logger_source.hpp"
 
 #include <boost/log/attributes/constant.hpp>
+#include <boost/log/core/core.hpp>
 
 namespace {
 

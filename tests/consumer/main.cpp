@@ -1,5 +1,7 @@
-// Prints one line through an installed libVTLog: "[Consumer] installed 2 headers".
+// Prints one line through an installed libVTLog, naming the message's record keyword:
+// "[Consumer] installed 3 headers (ggmessage)".
 #include <VTLog/VTLog.hpp>
+#include <VTLog/v2/record.hpp>
 
 int main()
 {
@@ -7,6 +9,6 @@ int main()
     v2::logger_source source;
     source.add_sink(v2::sink::get_stdout());
     source.start_logging(v2::log_level::info);
-    v2::log_fmt(source.get_child_logger("Consumer"), v2::log_level::info, "installed {} headers",
-                2);
+    v2::log_fmt(source.get_child_logger("Consumer"), v2::log_level::info,
+                "installed {} headers ({})", 3, v2::record::message.get_name().string());
 }

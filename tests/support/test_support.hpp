@@ -3,7 +3,7 @@
 // bounded child process, and a temporary directory with the files in it.
 #pragma once
 
-#include "VTLog/v2/log.hpp"
+#include "VTLog/v2/record.hpp"
 
 #include <gtest/gtest.h>
 

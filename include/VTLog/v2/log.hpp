@@ -4,11 +4,9 @@
 #include <boost/log/attributes/attribute_name.hpp>
 #include <boost/log/core/core.hpp>
 #include <boost/log/core/record_view.hpp>
-#include <boost/log/detail/default_attribute_names.hpp>
-#include <boost/log/expressions/keyword.hpp>
 #include <boost/log/sinks/sink.hpp>
 #include <boost/shared_ptr.hpp>
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +14,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -68,7 +65,8 @@
 //   logger::get_log_level, get_domain, ~logger_source, sink::detail::get_unwrapped_sink,
 //   impl::get_time                  nothing
 //   logger_source::get_data, set_current_thread_name    only std::bad_alloc
-//   record keywords in a formatter  nothing: a missing value formats as nothing
+//   record keywords in a formatter  nothing: a missing value formats as nothing (the keywords
+//                                   are in <VTLog/v2/record.hpp>)
 
 // fork(): a child of a process whose other threads may be logging must call exec (or _exit) at
 // once and must not log, nor call this library, before it does: a lock that another thread held
@@ -127,11 +125,11 @@ public:
     // Terminates the process if `node` is null.
     VTLOG_API explicit logger(std::shared_ptr<data> node) noexcept;
 
-    // Writes one message. On a running source a message below the logger's level costs a load
-    // and a comparison and never asks for its text. Before the source starts, the message is
-    // held and filtered when `logger_source::start_logging` replays it. A text that is empty or
-    // only white space is not logged. Exceptions from `text.get_str()` and from the sinks (a file
-    // that cannot be written) propagate.
+    // Writes one message. On a running source a message below the logger's level costs two loads
+    // (the source's state, the logger's level) and a comparison and never asks for its text. Before
+    // the source starts, the message is held and filtered when `logger_source::start_logging`
+    // replays it. A text that is empty or only white space is not logged. Exceptions from
+    // `text.get_str()` and from the sinks (a file that cannot be written) propagate.
     //
     // One overlap is reported rather than hidden: a message logged on another thread in the
     // instant between the source switching to running and the start-up marker leaving the tree
@@ -187,54 +185,15 @@ private:
 
 namespace detail {
 
-// The text of log_fmt: formatted on demand into a stack buffer (on the heap when longer), never
-// when filtered. Constructing it only stores references, so a filtered call stays cheap.
-template <class... Args>
-class format_text final : public log_function_ref {
-public:
-    format_text(fmt::string_view format, Args const&... args)
-        : format_(format)
-        , args_(args...)
-    {
-    }
-    std::string_view get_str() const override
-    {
-        auto const written = std::apply(
-            [this](Args const&... args) {
-                return fmt::vformat_to_n(buffer_, sizeof buffer_, format_,
-                                         fmt::make_format_args(args...));
-            },
-            args_);
-        if (written.size <= sizeof buffer_) {
-            return std::string_view(buffer_, written.size);
-        }
-        overflow_.emplace(std::apply(
-            [this](Args const&... args) {
-                return fmt::vformat(format_, fmt::make_format_args(args...));
-            },
-            args_));
-        return *overflow_;
-    }
-
-private:
-    fmt::string_view format_;
-    std::tuple<Args const&...> args_;
-    mutable char buffer_[500];
-    mutable std::optional<std::string> overflow_;
-};
-
-// Out of line from log_fmt, so that log_fmt stays small enough to inline and a filtered call
-// never sets up this object.
-template <class... Args>
-void log_formatted(logger const& l, log_level level, fmt::string_view format, Args const&... args)
-{
-    l.log(level, format_text<Args...>(format, args...));
-}
+// Formats and logs the text of log_fmt, through fmt's type-erased arguments: compiled once, in
+// the library, so that a call site instantiates none of fmt's formatting.
+VTLOG_API void log_formatted(logger const& l, log_level level, fmt::string_view format,
+                             fmt::format_args args);
 
 // Stops the build when fmt cannot format an argument of log_fmt. The check runs in log_fmt
 // itself, so the compiler's report names the argument type (Arg in the instantiation it prints)
-// and leads to the caller's line; left to format_text, whose virtual get_str is compiled at the
-// end of the file, the error would point only into this header.
+// and leads to the caller's line; the call into fmt is compiled only when every argument passes,
+// so fmt's own report of the argument does not follow it.
 template <class Arg>
 constexpr bool formattable_argument()
 {
@@ -249,8 +208,8 @@ constexpr bool formattable_argument()
 // Writes an fmt-style message, formatted only if the message is logged (into a stack buffer,
 // on the heap past 500 bytes); otherwise the same behaviour as `logger::log`. The
 // arguments are referenced, not copied. The format is checked against the arguments at compile
-// time in C++20, and in C++17 when written as FMT_STRING("..."); an unchecked bad format throws
-// fmt::format_error when the message is logged.
+// time in C++20, and in C++17 when written as FMT_STRING("...") (from <fmt/format.h>); an
+// unchecked bad format throws fmt::format_error when the message is logged.
 //     log_fmt(net, log_level::info, "sent {} bytes to {}", n, host);
 template <class... Args>
 void log_fmt(logger const& l, log_level level, fmt::format_string<Args...> format,
@@ -258,7 +217,7 @@ void log_fmt(logger const& l, log_level level, fmt::format_string<Args...> forma
 {
     if constexpr ((detail::formattable_argument<Args>() && ...)) {
         if (l.is_enabled(level)) {
-            detail::log_formatted<Args...>(l, level, format, args...);
+            detail::log_formatted(l, level, format, fmt::make_format_args(args...));
         }
     }
 }
@@ -411,37 +370,5 @@ namespace impl {
 // while the record lives.
 VTLOG_API std::string_view get_time(boost::log::record_view const& record) noexcept;
 } // namespace impl
-
-// Boost.Log attribute keywords for what every record of this library carries, for the filters
-// and formatters of sinks that users build themselves and wrap in sink::base (syslog, a text
-// stream, their own back end):
-//     frontend->set_formatter(boost::log::expressions::stream
-//                             << record::channel << ": " << record::message);
-//     frontend->set_filter(record::severity >= log_level::warning);
-// The message is not under Boost's own "Message" name, so expressions::smessage finds nothing.
-// The texts extract as std::string_view both from records written at once and from records held
-// until start_logging. A view is valid while the record lives: a back end that keeps the text
-// after consuming the record must copy it.
-namespace record {
-
-// The message text, trimmed of leading and trailing white space; never empty.
-BOOST_LOG_ATTRIBUTE_KEYWORD(message, "ggmessage", std::string_view)
-
-// The dotted domain of the logger that wrote the record; records of a root logger (such as the
-// process-wide façade's global logger) have none.
-BOOST_LOG_ATTRIBUTE_KEYWORD(channel, "Channel", std::string_view)
-
-// The level of the message, under Boost.Log's default severity name. Levels have no text form:
-// use it in filters, or print static_cast<int> of it in a formatter of your own.
-BOOST_LOG_ATTRIBUTE_KEYWORD(severity, boost::log::aux::default_attribute_names::severity(),
-                            log_level)
-
-// The local time of the call, as in "2024-05-01 09:30:12.045+02:00" (see impl::get_time).
-BOOST_LOG_ATTRIBUTE_KEYWORD(time_string, "time string", std::string_view)
-
-// The name the calling thread gave itself with set_current_thread_name; empty if it has none.
-BOOST_LOG_ATTRIBUTE_KEYWORD(thread_name, "thread name", std::string_view)
-
-} // namespace record
 
 } // namespace VT::Logging::v2
