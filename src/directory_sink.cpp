@@ -6,6 +6,7 @@
 #include "log_files.hpp"
 #include "record_names.hpp"
 
+#include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
 #include <boost/log/attributes/current_thread_id.hpp>
