@@ -19,6 +19,14 @@
 #include <sys/mount.h>
 #endif
 
+#if defined(__SANITIZE_ADDRESS__)
+#define VTLOG_TEST_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VTLOG_TEST_ASAN 1
+#endif
+#endif
+
 namespace {
 
 using namespace vtlog_test;
@@ -467,6 +475,9 @@ TEST_F(DirectorySink, RetentionCountsFilesThatAppearedAfterTheSinkStarted)
 // none free, the call reports it and leaves no file behind; once there are, the next call writes.
 TEST_F(DirectorySink, OneDescriptorPerFileAndAFailedOpenLeavesNoFile)
 {
+#if VTLOG_TEST_ASAN
+    GTEST_SKIP() << "UBSan's type checks open a pipe, so they fail once descriptors are spent";
+#endif
     rlimit const few{256, 256};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
     auto const one = v2::sink::get_dir((logs / "one %2N.txt").string(), big, big);
