@@ -75,9 +75,14 @@ void log_directory::end_file(std::string const& name, bool retain)
 void log_directory::store_file(fs::path const& file)
 {
     std::lock_guard<std::mutex> lock(mutex_);
-    auto const target = path_ / file.filename();
-    if (fs::canonical(file.parent_path()) != path_) {
-        fs::rename(file, target);
+    if (fs::canonical(fs::absolute(file).parent_path()) != path_) {
+        auto const target = path_ / file.filename();
+        boost::system::error_code error;
+        fs::rename(file, target, error);
+        if (error) { // another file system, say: copied, then removed
+            fs::copy_file(file, target);
+            fs::remove(file);
+        }
     }
     retain_locked();
 }

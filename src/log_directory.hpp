@@ -30,8 +30,9 @@ public:
     // The file `name` is finished: it counts toward the budget from now on. With `retain`, the
     // directory is then brought within its budget.
     void end_file(std::string const& name, bool retain);
-    // Moves `file` into the directory when it is elsewhere, then brings the directory within
-    // its budget. Errors of the move propagate as Boost.Filesystem errors.
+    // Moves `file` into the directory when it is elsewhere (copies it, then removes it, across
+    // file systems), then brings the directory within its budget. Errors of the move propagate
+    // as Boost.Filesystem errors.
     void store_file(boost::filesystem::path const& file);
 
     log_directory(boost::filesystem::path path, std::uintmax_t budget);
