@@ -5,7 +5,6 @@
 
 #include <boost/log/attributes/attribute_name.hpp>
 #include <boost/log/attributes/attribute_value_set.hpp>
-#include <boost/log/core/record.hpp>
 
 #include <atomic>
 #include <cstdint>
@@ -24,15 +23,6 @@ struct logger_source::data : std::enable_shared_from_this<logger_source::data> {
         enqueueing = 0, // records are captured into `queue`
         running = 1,    // records go to the core, filtered by level when logged
         finished = 2,   // messages are dropped unformatted
-    };
-
-    // One call of logger::log, on the caller's stack. `text` is filled the first time the text
-    // is needed, so a message that is redone asks for its text once.
-    struct message {
-        v2::logger::data* logger;
-        log_level level;
-        log_function_ref const* function;
-        std::string_view text;
     };
 
     // A record held until the source starts. It owns its node, and with it the node's domain
@@ -57,9 +47,10 @@ struct logger_source::data : std::enable_shared_from_this<logger_source::data> {
     // Switches to finished, strips every marker and releases the tree; held records are dropped.
     void finish();
 
-    void add_log_message(message& m);
-    // Opens the record of a message whose text has been taken; empty if nothing takes it.
-    boost::log::record make_record(message& m);
+    // Holds the message `text` at `level` from `node` while the source is enqueueing: true
+    // when it is held (or dropped because nothing takes it), false when the source has started
+    // meanwhile and the message is to be logged as on a running source.
+    bool hold(logger::data& node, log_level level, std::string_view text);
 
     // Marker walks over the whole tree; the caller holds `mutex` (or is building the data).
     void add_sink(boost::log::attribute_name const& name);

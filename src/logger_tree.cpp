@@ -3,7 +3,6 @@
 
 #include "assert.hpp"
 #include "attribute_values.hpp"
-#include "logger_source.hpp"
 #include "record_names.hpp"
 
 #include <boost/log/attributes/constant.hpp>
@@ -15,27 +14,6 @@
 namespace VT::Logging::v2 {
 namespace impl {
 namespace {
-
-// Yields one member of the message whose record the calling thread is opening. Stateless, so
-// every node shares the same two attributes.
-template <boost::log::attribute_value message_values::*Member>
-class current_message_attribute : public boost::log::attribute::impl {
-public:
-    boost::log::attribute_value get_value() override
-    {
-        auto const* const values = current_message;
-        VT_ASSERT(values);
-        return values->*Member;
-    }
-};
-
-template <boost::log::attribute_value message_values::*Member>
-boost::log::attribute const& message_attribute()
-{
-    static auto const* const attribute =
-        new boost::log::attribute(new current_message_attribute<Member>());
-    return *attribute;
-}
 
 // Gives every record the same value; the value decides what it becomes when a record leaves
 // the logging thread.
@@ -51,16 +29,6 @@ public:
 private:
     boost::log::attribute_value const value_;
 };
-
-void insert_or_replace(boost::log::attribute_set& attributes,
-                       boost::log::attribute_name const& name,
-                       boost::log::attribute const& attribute)
-{
-    auto inserted = attributes.insert(name, attribute);
-    if (!inserted.second) {
-        inserted.first->second = attribute;
-    }
-}
 
 // "a.b" from "a" and "b"; the root's children have their name as domain.
 std::string child_domain(std::string const& parent_domain, std::string_view name)
@@ -93,17 +61,6 @@ std::size_t count_components(std::string_view path)
 }
 
 } // namespace
-
-template <class BaseT>
-void basic_vt_logger<BaseT>::set_up_attributes_unlocked()
-{
-    auto const& names = record_names::get();
-    insert_or_replace(this->attributes(), names.severity,
-                      message_attribute<&message_values::level>());
-    insert_or_replace(this->attributes(), names.message,
-                      message_attribute<&message_values::message>());
-}
-
 } // namespace impl
 
 logger::data::data(std::shared_ptr<logger_source::data> source)
@@ -112,7 +69,7 @@ logger::data::data(std::shared_ptr<logger_source::data> source)
     , depth(0)
     , level_inherited(false)
 {
-    source_logger.set_up_attributes_unlocked();
+    source_logger.set_up_message_attributes_before_sharing();
 }
 
 logger::data::data(std::shared_ptr<data> parent_node, std::string_view child_name)
@@ -135,7 +92,7 @@ logger::data::data(std::shared_ptr<data> parent_node, std::string_view child_nam
             new impl::string_view_attribute_value<char>(std::string_view(domain))))));
     attributes.insert(names.source_data_ptr,
                       boost::log::attributes::constant<logger_source::data*>(source.get()));
-    source_logger.set_up_attributes_unlocked();
+    source_logger.set_up_message_attributes_before_sharing();
     // A new node feeds every sink its parent feeds.
     for (auto const& marker : parent->sink_attributes) {
         sink_attributes.emplace(marker.first, add_sink_attribute(marker.first).first);
@@ -259,29 +216,6 @@ logger logger::get_child_logger(std::string path) const
         return *this;
     }
     return logger(node_->make_or_get_descendant(path));
-}
-
-void logger_source::set_child_log_level(std::string path, log_level new_level)
-{
-    auto source = get_data();
-    auto node = source->root->make_or_get_descendant(path);
-    node->set_level(new_level, false);
-    std::lock_guard<std::mutex> lock(source->mutex);
-    source->pinned_children.emplace(node->domain, node);
-}
-
-void logger_source::reset_child_log_level(std::string path)
-{
-    auto source = get_data();
-    auto node = source->root->make_or_get_descendant(path);
-    node->reset_level();
-    std::lock_guard<std::mutex> lock(source->mutex);
-    source->pinned_children.erase(node->domain);
-}
-
-logger logger_source::get_child_logger(std::string path)
-{
-    return logger(get_data()->root->make_or_get_descendant(path));
 }
 
 } // namespace VT::Logging::v2

@@ -116,6 +116,13 @@ namespace sink {
 class base;
 } // namespace sink
 
+namespace detail {
+// What a message at a level meets at the moment of the call: log_fmt hands it on with the
+// message, so that the level is tested once.
+enum class admission { dropped, written, held };
+struct logger_access;
+} // namespace detail
+
 // A handle to one node of a logger tree. Cheap to copy; copies name the same node. Usable from
 // any thread, and after its logger_source has been destroyed (it then writes nothing).
 class logger {
@@ -155,6 +162,7 @@ public:
     VTLOG_API logger get_child_logger(std::string path) const;
 
 private:
+    friend struct detail::logger_access;
     std::shared_ptr<data> node_;
 };
 
@@ -185,10 +193,13 @@ private:
 
 namespace detail {
 
-// Formats and logs the text of log_fmt, through fmt's type-erased arguments: compiled once, in
-// the library, so that a call site instantiates none of fmt's formatting.
-VTLOG_API void log_formatted(logger const& l, log_level level, fmt::string_view format,
-                             fmt::format_args args);
+// The test of `logger::is_enabled`, with what passes it becomes.
+VTLOG_API admission admit(logger const& l, log_level level) noexcept;
+
+// Formats and logs the text of log_fmt, admitted as `how`, through fmt's type-erased arguments:
+// compiled once, in the library, so that a call site instantiates none of fmt's formatting.
+VTLOG_API void log_formatted(logger const& l, log_level level, admission how,
+                             fmt::string_view format, fmt::format_args args);
 
 // Stops the build when fmt cannot format an argument of log_fmt. The check runs in log_fmt
 // itself, so the compiler's report names the argument type (Arg in the instantiation it prints)
@@ -216,8 +227,8 @@ void log_fmt(logger const& l, log_level level, fmt::format_string<Args...> forma
              Args const&... args)
 {
     if constexpr ((detail::formattable_argument<Args>() && ...)) {
-        if (l.is_enabled(level)) {
-            detail::log_formatted(l, level, format, fmt::make_format_args(args...));
+        if (auto const how = detail::admit(l, level); how != detail::admission::dropped) {
+            detail::log_formatted(l, level, how, format, fmt::make_format_args(args...));
         }
     }
 }
