@@ -2,6 +2,7 @@
 #include "VTLog/v2/log.hpp"
 
 #include "formatted_text.hpp"
+#include "process_lifetime.hpp"
 #include "record_names.hpp"
 
 #include <boost/core/null_deleter.hpp>
@@ -57,14 +58,14 @@ boost::shared_ptr<boost::log::sinks::sink> get_ostream_frontend(std::ostream& st
 // asks for them while the process exits never meets a destroyed one.
 std::shared_ptr<base> get_stdout()
 {
-    static auto const* const handle = new std::shared_ptr<base>(std::make_shared<base>(
+    static impl::process_lifetime<std::shared_ptr<base>> const handle(std::make_shared<base>(
         boost::log::attribute_name("stdout sink"), get_ostream_frontend(std::cout)));
     return *handle;
 }
 
 std::shared_ptr<base> get_stderr()
 {
-    static auto const* const handle = new std::shared_ptr<base>(std::make_shared<base>(
+    static impl::process_lifetime<std::shared_ptr<base>> const handle(std::make_shared<base>(
         boost::log::attribute_name("stderr sink"), get_ostream_frontend(std::cerr)));
     return *handle;
 }

@@ -4,6 +4,7 @@
 #include "directory_sink.hpp"
 #include "formatted_text.hpp"
 #include "log_files.hpp"
+#include "process_lifetime.hpp"
 #include "record_names.hpp"
 
 #include <boost/filesystem/exception.hpp>
@@ -52,15 +53,16 @@ struct sink_lookup {
 
 // The live directory sinks, keyed by pattern (exact bytes: "logs/a" and "logs//a" are two
 // sinks even though they name the same files).
-struct pattern_sink_data {
+struct pattern_registry {
     std::mutex mutex;
     std::unordered_map<std::string, sink_lookup> sinks;
 };
 
-std::shared_ptr<pattern_sink_data> get_pattern_sink_data()
+// Never destroyed, so a sink that dies or a get_dir made while the process exits finds it.
+pattern_registry& registry()
 {
-    static std::shared_ptr<pattern_sink_data> const data = std::make_shared<pattern_sink_data>();
-    return data;
+    static impl::process_lifetime<pattern_registry> data;
+    return *data;
 }
 
 // A directory sink's handle; it takes its entry out of the registry when it dies.
@@ -75,26 +77,23 @@ std::shared_ptr<pattern_sink_data> get_pattern_sink_data()
 class pattern_sink : public base {
 public:
     pattern_sink(boost::log::attribute_name name, boost::shared_ptr<sinks::sink> frontend,
-                 std::string pattern, std::shared_ptr<pattern_sink_data> registry)
+                 std::string pattern)
         : base(name, std::move(frontend))
         , pattern(std::move(pattern))
-        , registry(std::move(registry))
     {
     }
 
     ~pattern_sink()
     {
-        std::lock_guard<std::mutex> lock(registry->mutex);
-        auto const entry = registry->sinks.find(pattern);
-        if (entry != registry->sinks.end() && entry->second.identity == this) {
-            registry->sinks.erase(entry);
+        auto& registered = registry();
+        std::lock_guard<std::mutex> lock(registered.mutex);
+        auto const entry = registered.sinks.find(pattern);
+        if (entry != registered.sinks.end() && entry->second.identity == this) {
+            registered.sinks.erase(entry);
         }
     }
 
     std::string const pattern;
-    // Keeps the registry alive for as long as a sink may still have to leave it, whatever
-    // the order of destruction at process exit.
-    std::shared_ptr<pattern_sink_data> const registry;
 };
 
 // "00" to "ff", so that a thread identifier is written a byte at a time.
@@ -399,17 +398,17 @@ std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
                               unsigned long max_total_size)
 {
     check_pattern(pattern);
-    auto const registry = get_pattern_sink_data();
+    auto& registered = registry();
     // Declared before the lock so that a handle dropped by an exception is destroyed after the
     // unlock: its destructor takes the same lock.
     std::shared_ptr<pattern_sink> made;
-    std::lock_guard<std::mutex> lock(registry->mutex);
+    std::lock_guard<std::mutex> lock(registered.mutex);
     if (impl::get_dir_lookup_hook) {
         impl::get_dir_lookup_hook();
     }
 
-    auto const entry = registry->sinks.find(pattern);
-    if (entry != registry->sinks.end()) {
+    auto const entry = registered.sinks.find(pattern);
+    if (entry != registered.sinks.end()) {
         if (auto live = entry->second.handle.lock()) {
             return live;
         }
@@ -417,14 +416,14 @@ std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
 
     auto sink = make_frontend(pattern, rotation_size, max_total_size);
     made = std::make_shared<pattern_sink>(boost::log::attribute_name("pattern sink " + pattern),
-                                          std::move(sink), pattern, get_pattern_sink_data());
+                                          std::move(sink), pattern);
     // An expired entry belongs to a sink whose destructor is waiting for this lock; taking the
     // entry over is what its identity test expects.
     sink_lookup const lookup{made, made.get()};
-    if (entry != registry->sinks.end()) {
+    if (entry != registered.sinks.end()) {
         entry->second = lookup;
     } else {
-        registry->sinks.emplace(std::move(pattern), lookup);
+        registered.sinks.emplace(std::move(pattern), lookup);
     }
     return made;
 }

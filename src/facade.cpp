@@ -3,6 +3,7 @@
 
 #include "assert.hpp"
 #include "log_files.hpp"
+#include "process_lifetime.hpp"
 
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <fmt/format.h>
@@ -22,20 +23,13 @@ namespace {
 // The process-wide state. It is constant-initialised, so it exists before any code runs, and
 // it is never destroyed, so a thread that still logs or asks for a logger while the process
 // exits finds it working.
-union process_state {
-    struct members {
-        v2::logger_source source;
-        std::shared_ptr<v2::sink::base> directory_logger;
-    } members;
-    constexpr process_state()
-        : members()
-    {
-    }
-    ~process_state() {}
+struct process_state {
+    v2::logger_source source;
+    std::shared_ptr<v2::sink::base> directory_logger;
 };
-process_state state;
-v2::logger_source& logger_source = state.members.source;
-std::shared_ptr<v2::sink::base>& directory_logger = state.members.directory_logger;
+v2::impl::process_lifetime<process_state> state;
+v2::logger_source& logger_source = state->source;
+std::shared_ptr<v2::sink::base>& directory_logger = state->directory_logger;
 
 void start_logging_(LogConfig const& config)
 {
@@ -67,11 +61,11 @@ void start_logging(LogConfig const& config, v2::logger_source source)
         std::mutex mutex;
         std::vector<std::shared_ptr<v2::logger_source::data>> kept;
     };
-    static auto& replaced = *new replaced_sources();
+    static v2::impl::process_lifetime<replaced_sources> replaced;
     auto previous = logger_source.get_data();
     {
-        std::lock_guard<std::mutex> lock(replaced.mutex);
-        replaced.kept.push_back(std::move(previous));
+        std::lock_guard<std::mutex> lock(replaced->mutex);
+        replaced->kept.push_back(std::move(previous));
     }
     logger_source = std::move(source);
     start_logging_(config);
@@ -94,14 +88,16 @@ v2::logger get_global_logger()
 
 VT::filesystem::path GetDefaultLogDir()
 {
-    static VT::filesystem::path const log_dir = []() -> VT::filesystem::path {
-        char const* home = std::getenv("HOME");
-        if (!home) {
-            return {};
-        }
-        return VT::filesystem::path(home) / "Library/Logs/Vantorel";
-    }();
-    return log_dir;
+    // Never destroyed, so an exit handler or a thread during exit still finds it.
+    static v2::impl::process_lifetime<VT::filesystem::path> const log_dir(
+        []() -> VT::filesystem::path {
+            char const* home = std::getenv("HOME");
+            if (!home) {
+                return {};
+            }
+            return VT::filesystem::path(home) / "Library/Logs/Vantorel";
+        }());
+    return *log_dir;
 }
 
 bool ShouldSetCurlVerbose(LogConfig const& config)

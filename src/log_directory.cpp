@@ -1,6 +1,8 @@
 // Retention in a directory given over to logs: one budget for every file in it.
 #include "log_directory.hpp"
 
+#include "process_lifetime.hpp"
+
 #include <boost/filesystem/operations.hpp>
 
 #include <algorithm>
@@ -27,8 +29,8 @@ struct directory_registry {
 
 directory_registry& directories()
 {
-    static auto& registry = *new directory_registry();
-    return registry;
+    static process_lifetime<directory_registry> registry;
+    return *registry;
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include "assert.hpp"
 #include "logger_tree.hpp"
+#include "process_lifetime.hpp"
 #include "record_attributes.hpp"
 #include "record_names.hpp"
 
@@ -39,8 +40,8 @@ public:
     // Never destroyed: it stays registered with the core while the process exits.
     static boost::shared_ptr<queueing_sink> const& get()
     {
-        static auto const* const instance =
-            new boost::shared_ptr<queueing_sink>(boost::make_shared<queueing_sink>());
+        static impl::process_lifetime<boost::shared_ptr<queueing_sink>> const instance(
+            boost::make_shared<queueing_sink>());
         return *instance;
     }
 

@@ -4,6 +4,7 @@
 
 #include "assert.hpp"
 #include "attribute_values.hpp"
+#include "process_lifetime.hpp"
 #include "record_names.hpp"
 
 #include <boost/log/attributes/attribute_value_impl.hpp>
@@ -30,8 +31,8 @@ public:
 template <boost::log::attribute_value message_values::*Member>
 boost::log::attribute const& message_attribute()
 {
-    static auto const* const attribute =
-        new boost::log::attribute(new current_message_attribute<Member>());
+    static process_lifetime<boost::log::attribute> const attribute(
+        new current_message_attribute<Member>());
     return *attribute;
 }
 
@@ -52,13 +53,13 @@ boost::log::attribute_value level_value(log_level level)
     using value_type = boost::log::attributes::attribute_value_impl<log_level>;
     constexpr auto named_levels = static_cast<std::size_t>(log_level::critical) + 1;
     // Never destroyed, so threads that log while the process exits still find them.
-    static auto const* const named = [] {
-        auto* values = new std::array<boost::log::attribute_value, named_levels>();
+    static process_lifetime<std::array<boost::log::attribute_value, named_levels>> const named([] {
+        std::array<boost::log::attribute_value, named_levels> values;
         for (std::size_t i = 0; i < named_levels; ++i) {
-            (*values)[i] = boost::log::attribute_value(new value_type(static_cast<log_level>(i)));
+            values[i] = boost::log::attribute_value(new value_type(static_cast<log_level>(i)));
         }
         return values;
-    }();
+    }());
     auto const index = static_cast<std::size_t>(level);
     if (index < named_levels) {
         return (*named)[index];

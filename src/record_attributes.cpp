@@ -4,6 +4,7 @@
 #include "VTLog/v2/log.hpp"
 
 #include "attribute_values.hpp"
+#include "process_lifetime.hpp"
 #include "record_names.hpp"
 #include "time_text.hpp"
 
@@ -130,11 +131,11 @@ thread_name_slot& thread_name()
         return *known_slot;
     }
     // Never destroyed, so threads that log while the process exits still find it.
-    static auto& slots = *new boost::thread_specific_ptr<thread_name_slot>();
-    if (!slots.get()) {
-        slots.reset(new thread_name_slot());
+    static v2::impl::process_lifetime<boost::thread_specific_ptr<thread_name_slot>> slots;
+    if (!slots->get()) {
+        slots->reset(new thread_name_slot());
     }
-    known_slot = slots.get();
+    known_slot = slots->get();
     return *known_slot;
 }
 

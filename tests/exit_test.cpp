@@ -1,7 +1,10 @@
-// Logging while the process exits: threads that keep logging as main returns never crash it.
+// Logging while the process exits: threads that keep logging as main returns never crash it, and
+// exit handlers still find the library working.
 #include "test_support.hpp"
 
 #include "VTLog/VTLog.hpp"
+
+#include <boost/log/core/core.hpp>
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -74,6 +77,31 @@ TEST(ExitStress, ThreadsLoggingWhileMainReturnsNeverCrashTheProcess)
             << "run " << runs << ": wait status " << status;
     }
     RecordProperty("runs", runs);
+}
+
+// An exit handler runs after the statics built after it was registered are destroyed. One
+// registered before the first get_dir and GetDefaultLogDir still finds both working.
+TEST(ExitDeathTest, HandlersFindTheDirectorySinksAndTheDefaultDirectory)
+{
+    temp_dir const directory;
+    static std::string pattern;
+    pattern = (directory.root / "exit %2N.log").string();
+    EXPECT_EXIT(
+        {
+            boost::log::core::get();
+            std::atexit([] {
+                auto const sink = v2::sink::get_dir(pattern, 1 << 20, 1 << 20);
+                bool const found = sink == v2::sink::get_dir(pattern, 1, 1) &&
+                                   VT::Logging::GetDefaultLogDir().string() ==
+                                       "/home/at exit/Library/Logs/Vantorel";
+                std::_Exit(found ? 0 : 1);
+            });
+            ::setenv("HOME", "/home/at exit", 1);
+            (void)VT::Logging::GetDefaultLogDir();
+            (void)v2::sink::get_dir(pattern, 1 << 20, 1 << 20);
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 } // namespace
