@@ -1,7 +1,7 @@
 // The directory sink: rotating log files pruned by total size, one live sink per pattern.
-#include "VTLog/v2/log.hpp"
-
 #include "directory_sink.hpp"
+
+#include "assert.hpp"
 #include "formatted_text.hpp"
 #include "log_files.hpp"
 #include "process_lifetime.hpp"
@@ -429,5 +429,17 @@ std::shared_ptr<base> get_dir(std::string pattern, unsigned long rotation_size,
 }
 
 } // namespace sink
+
+void impl::add_log_file(std::shared_ptr<sink::base> const& wrapper_logger,
+                        boost::filesystem::path const& file)
+{
+    VT_ASSERT_IN("VTLog/VTLog", wrapper_logger);
+    auto const boost_sink = sink::detail::get_unwrapped_sink(wrapper_logger);
+    VT_ASSERT_IN("VTLog/VTLog", boost_sink);
+    auto const boost_logger = boost::dynamic_pointer_cast<sink::frontend>(boost_sink);
+    VT_ASSERT_IN("VTLog/VTLog", boost_logger);
+    // Locked, so that the file is never stored in the middle of a rotation.
+    boost_logger->locked_backend()->store_file(file);
+}
 
 } // namespace VT::Logging::v2

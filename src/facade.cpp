@@ -1,11 +1,9 @@
 // The first-generation façade: one process-wide source, started once with a LogConfig.
 #include "VTLog/VTLog.hpp"
 
-#include "assert.hpp"
-#include "log_files.hpp"
+#include "directory_sink.hpp"
 #include "process_lifetime.hpp"
 
-#include <boost/log/sinks/sync_frontend.hpp>
 #include <fmt/format.h>
 
 #include <cstdlib>
@@ -14,8 +12,6 @@
 #include <vector>
 
 #include <unistd.h>
-
-#define VT_FACADE_ASSERT(expression) VT_ASSERT_IN("VTLog/VTLog", expression)
 
 namespace VT::Logging {
 namespace {
@@ -114,15 +110,7 @@ std::shared_ptr<v2::sink::base> get_directory_logger()
 
 void add_log_file(boost::filesystem::path const& file)
 {
-    auto const wrapper_logger = directory_logger;
-    VT_FACADE_ASSERT(wrapper_logger);
-    auto const boost_sink = v2::sink::detail::get_unwrapped_sink(wrapper_logger);
-    VT_FACADE_ASSERT(boost_sink);
-    auto const boost_logger = boost::dynamic_pointer_cast<
-        boost::log::sinks::synchronous_sink<v2::impl::log_file_backend>>(boost_sink);
-    VT_FACADE_ASSERT(boost_logger);
-    // Locked, so that the file is never stored in the middle of a rotation.
-    boost_logger->locked_backend()->store_file(file);
+    v2::impl::add_log_file(directory_logger, file);
 }
 
 } // namespace detail2
