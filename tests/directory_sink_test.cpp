@@ -78,9 +78,8 @@ TEST_F(DirectorySink, OneSinkPerExactPatternWhileItLivesThenASuccessorWithTheNew
     EXPECT_EQ(files_in(logs).size(), 3u) << "not one line per file: the sizes of a later call";
 }
 
-// Bad patterns name themselves and the reason (without a counter, a file would be rotated into
-// itself and outgrow both sizes); an unusable directory names its path and is not remembered.
-// Neither touches a file.
+// Bad patterns name themselves and the reason (without a counter a file would rotate into itself);
+// an unusable directory names its path and is not remembered. Neither touches a file.
 TEST_F(DirectorySink, RefusesABadPatternOrDirectoryAndTouchesNothing)
 {
     fs::current_path(dir.root);
@@ -108,8 +107,7 @@ TEST_F(DirectorySink, RefusesABadPatternOrDirectoryAndTouchesNothing)
 }
 
 // Retention deletes any file of a log directory, so the working and home directories and those
-// above are refused under any spelling (dots, repeated slashes, "..", links), generated here from
-// steps; the decoys show that nothing was deleted there. A directory below them is a log directory.
+// above are refused under any spelling (generated from steps); one below is a log directory.
 TEST_F(DirectorySink, RefusesTheWorkingOrHomeDirectoryOrOneAboveUnderAnySpelling)
 {
     auto const work = dir.root / "work", home = dir.root / "home";
@@ -166,8 +164,7 @@ TEST_F(DirectorySink, RefusesTheWorkingOrHomeDirectoryOrOneAboveUnderAnySpelling
     EXPECT_EQ(listing(), before) << "a file was made or deleted outside the log directories";
 }
 
-// The file byte for byte but for the time and thread id, which are cut: a named and an unnamed
-// thread, a channel and none, a message of several lines. Control characters in a thread name or
+// The file byte for byte but for the time and thread id. Control characters in a thread name or
 // a domain are escaped, so neither can begin a line or a field.
 TEST_F(DirectorySink, FileLineLayout)
 {
@@ -197,10 +194,8 @@ TEST_F(DirectorySink, FileLineLayout)
         "\tshort\n\t[t]\tunnamed\n");
 }
 
-// A line whose call returned is in a file of the directory though the current file was removed,
-// here by another process's retention (each process's collector counts the other's files), or
-// the whole directory was. The child ends without running a destructor, so its lines must be on
-// disk as each call returns.
+// A returned call's line is on disk though the current file was removed, by another process's
+// retention (which counts this one's files), or the directory was. The child runs no destructor.
 TEST_F(DirectorySink, NoLineIsLostWhenTheCurrentFileOrItsDirectoryIsRemoved)
 {
     int to_parent[2], to_child[2];
@@ -230,22 +225,19 @@ TEST_F(DirectorySink, NoLineIsLostWhenTheCurrentFileOrItsDirectoryIsRemoved)
     EXPECT_EQ(text_in(logs), kept);
 }
 
-// A child forked while other threads log may find a lock of theirs held for good, so it may only
-// exec; one that does runs and exits as usual, however often the fork lands mid-line.
+// A child forked while threads log may find their locks held for good; it can still exec.
 TEST_F(DirectorySink, AChildForkedWhileThreadsLogCanExec)
 {
     source.add_sink(v2::sink::get_dir(pattern, 1 << 16, 1 << 20));
-    expect_completes_in_child(60, [&] {
-        std::atomic<bool> done{false};
+    expect_completes_in_child(60, [&] { // the loggers run until the child's _Exit
         start_line all_logging(3);
-        std::vector<std::thread> loggers;
         for (int t = 0; t < 2; ++t) {
-            loggers.emplace_back([&] {
+            std::thread([&] {
                 all_logging.arrive_and_wait();
-                while (!done) {
+                for (;;) {
                     v2::log_str(source.get_child_logger("t"), info, "a line while forking");
                 }
-            });
+            }).detach();
         }
         all_logging.arrive_and_wait();
         for (int child = 0; child < 20; ++child) {
@@ -259,15 +251,11 @@ TEST_F(DirectorySink, AChildForkedWhileThreadsLogCanExec)
                         WEXITSTATUS(status) == 7)
                 << status;
         }
-        done = true;
-        for (auto& logger : loggers) {
-            logger.join();
-        }
     });
 }
 
-// A new sink continues after the highest counter present, even while another sink of the
-// directory keeps its collector: no file holds lines of two runs, none outgrows the rotation size.
+// A new sink continues after the highest counter, even while another sink of the directory
+// keeps its collector: no file holds lines of two runs or outgrows the rotation size.
 TEST_F(DirectorySink, ARestartContinuesTheCounterAndNeverMixesRuns)
 {
     std::ofstream((logs / "log 00.txt").string()) << "first run\n";
@@ -290,9 +278,8 @@ TEST_F(DirectorySink, ARestartContinuesTheCounterAndNeverMixesRuns)
     }
 }
 
-// A file rotates at the first local midnight after the earliest clock reading since it was
-// opened, however few lines it holds: a clock set back across midnight, or by a week, rotates at
-// the first midnight it reaches again, and going back begins no file by itself.
+// A file rotates at the first local midnight after the earliest clock reading since it opened:
+// a clock set back rotates at the first midnight it reaches again, and begins no file itself.
 TEST_F(DirectorySink, RotatesAtTheFirstMidnightAfterTheOpeningOrTheClockGoingBack)
 {
     static std::time_t now;
@@ -300,7 +287,7 @@ TEST_F(DirectorySink, RotatesAtTheFirstMidnightAfterTheOpeningOrTheClockGoingBac
         return now;
     };
     source.add_sink(v2::sink::get_dir(pattern, big, big));
-    // Each line's local clock, and how many files there are once it is written.
+    // Each line's local clock, and the files there are once it is written.
     for (auto const& [clock, files] : {std::pair{"2024-05-01 23:59:30", 1u},
                                        {"2024-05-02 00:00:30", 2u},
                                        {"2024-05-02 12:00:00", 2u},
@@ -345,9 +332,8 @@ TEST_F(DirectorySink, RetentionDeletesTheOldestFilesUnderOneBudgetPerDirectory)
 }
 
 #if defined(__linux__)
-// A file system that fills up: the failing call reports it, by throwing or to the core's
-// handler, earlier lines stay whole, and once there is space again lines are written from the
-// start of a line of a new file.
+// A full file system: the failing call reports it, by throwing or to the core's handler, earlier
+// lines stay whole, and once there is space lines go on from a line's start in a new file.
 TEST_F(DirectorySink, AFullDiskIsReportedAndTheSinkRecovers)
 {
     for (bool const handled : {false, true}) {
@@ -395,9 +381,8 @@ TEST_F(DirectorySink, AFullDiskIsReportedAndTheSinkRecovers)
 }
 #endif
 
-// A removal between the look at the file and the write (here by the clock, which the sink reads
-// just before it writes) must not take the line with it: the line is written again into a new
-// file, in the directory made again if it went too.
+// A removal between the look at the file and the write (by the clock, read just before it) does
+// not lose the line: it is written again into a new file, in the directory made again.
 TEST_F(DirectorySink, ALineWrittenIntoAFileRemovedMeanwhileIsWrittenAgain)
 {
     static std::function<void()> remove;
@@ -442,8 +427,8 @@ TEST_F(DirectorySink, NeverWritesThroughALinkAndRetentionDeletesOnlyTheLink)
     EXPECT_EQ(written.substr(written.size() - lines.size()), lines);
 }
 
-// Each open log file takes one descriptor: a sink opens its file with the last one free. With
-// none free, the call reports it and leaves no file behind; once there are, the next call writes.
+// An open file takes one descriptor, even the last one free; with none free the call reports it
+// and leaves no file; once there are, the next call writes.
 TEST_F(DirectorySink, OneDescriptorPerFileAndAFailedOpenLeavesNoFile)
 {
 #if VTLOG_TEST_ASAN
