@@ -3,19 +3,13 @@
 
 #include "VTLog/VTLog.hpp"
 
-#include <fcntl.h>
-#include <sys/wait.h>
-
-#include <chrono>
-
 namespace {
 
 using namespace vtlog_test;
 
-// The child: threads log through the façade's source and an application's own (both destroyed
-// at exit), look loggers and sinks up, change levels and name themselves, and the process exits
-// while they run. With a `log_directory`, the façade writes files there through its directory
-// sink.
+// The child: threads log through the façade's source (into `log_directory` if given) and an
+// application's own, both destroyed at exit, look loggers and sinks up, change levels and name
+// themselves, and the process exits while they run.
 [[noreturn]] void log_while_exiting(int threads, char const* log_directory)
 {
     static v2::logger_source app_source;
@@ -56,7 +50,6 @@ using namespace vtlog_test;
     std::exit(0);
 }
 
-// Runs the scenario in many child processes, for about ten seconds; every child must exit 0.
 TEST(ExitStress, ThreadsLoggingWhileMainReturnsNeverCrashTheProcess)
 {
     temp_dir const directory;

@@ -11,11 +11,6 @@ namespace {
 using namespace vtlog_test;
 using text_attribute = boost::log::attributes::constant<std::string_view>;
 
-void push(boost::log::sources::logger& plain)
-{
-    BOOST_LOG(plain);
-}
-
 struct Routing : ::testing::Test {
     Routing() { source.start_logging(level(0)); }
     v2::logger_source source;
@@ -97,9 +92,9 @@ TEST_F(Routing, ACallersLoggerCarryingMarkersFeedsTheirSinks)
         plain.add_attribute(marked->name, marker);
     }
     plain.add_attribute("ggmessage", text_attribute("plain"));
-    push(plain);
+    BOOST_LOG(plain);
     sink.handle.reset();
-    push(plain);
+    BOOST_LOG(plain);
     EXPECT_EQ(out.str(), "plain\nplain\n");
     EXPECT_EQ(text_in(dir.root), "plain\nplain\n") << "the domain field empty, its tabs kept";
     EXPECT_EQ(sink.lines(), Strings{"plain"});
@@ -156,7 +151,7 @@ TEST_F(Routing, ARecordOpenedInsideAnothersFilterIsRoutedByItsOwnMarkers)
     bool opened = false;
     sink.frontend->set_filter([&](boost::log::attribute_value_set const&) {
         if (!std::exchange(opened, true)) {
-            push(plain);
+            BOOST_LOG(plain);
         }
         return true;
     });
