@@ -230,7 +230,7 @@ TEST_F(DirectorySink, AChildForkedWhileThreadsLogCanExec)
 {
     source.add_sink(v2::sink::get_dir(pattern, 1 << 16, 1 << 20));
     expect_completes_in_child(60, [&] { // the loggers run until the child's _Exit
-        start_line all_logging(3);
+        start_line all_logging{3};
         for (int t = 0; t < 2; ++t) {
             std::thread([&] {
                 all_logging.arrive_and_wait();

@@ -27,7 +27,7 @@ using namespace vtlog_test;
     app_source.add_sink(v2::sink::get_stderr());
     app_source.start_logging(level(0));
 
-    start_line all_logging(threads + 1);
+    start_line all_logging{threads + 1};
     for (int t = 0; t < threads; ++t) {
         std::thread([t, &all_logging, &facade] {
             v2::set_current_thread_name("worker " + std::to_string(t));

@@ -120,7 +120,7 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
         std::atomic<int> warmed_up{0};
         std::atomic<bool> started{false}, gave_up{false};
         auto const give_up = steady::now() + std::chrono::seconds(20);
-        start_line first_use(threads + 1);
+        start_line first_use{threads + 1};
         std::vector<std::thread> running;
         for (int t = 0; t < threads; ++t) {
             running.emplace_back([&, t] {
@@ -171,7 +171,7 @@ TEST(LoggerSourceReentry, TextFunctionsMayLookUpLoggersAndLogWhileSinksChange)
             }
             auto net = source.get_child_logger("Net");
             auto db = source.get_child_logger("Db");
-            start_line start(2);
+            start_line start{2};
             std::thread toggler([&] {
                 start.arrive_and_wait();
                 for (int i = 0; i < rounds; ++i) {

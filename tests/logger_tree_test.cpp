@@ -127,7 +127,7 @@ TEST(LoggerTreeRace, ChurnKeepsTheMarkerInvariant)
     v2::logger_source source;
     capture_sink sinks[] = {capture_sink("a"), capture_sink("b"), capture_sink("c")};
     std::vector<v2::logger> kept;
-    start_line start(4);
+    start_line start{4};
     auto churn = [&](auto step) {
         return std::thread([&, step] {
             start.arrive_and_wait();

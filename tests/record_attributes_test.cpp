@@ -130,7 +130,7 @@ TEST(RecordAttributes, SinksOnOtherThreadsReadTheTimeOfTheCall)
     log_str(source.get_child_logger("a"), log_level::info, "message");
     auto const after = local_text();
 
-    vtlog_test::start_line line(2);
+    vtlog_test::start_line line{2};
     std::thread other([&] {
         line.arrive_and_wait();
         sinks[0]->feed_records();

@@ -86,22 +86,15 @@ struct stream_capture : std::stringbuf {
     int flushes = 0;
 };
 
-// Releases a fixed number of threads at once (a one-shot barrier, C++17 has none).
-class start_line {
-public:
-    explicit start_line(int threads)
-        : waiting_(threads)
-    {
-    }
+// Releases `waiting` threads at once (a one-shot barrier, C++17 has none).
+struct start_line {
     void arrive_and_wait()
     {
-        for (waiting_.fetch_sub(1); waiting_.load() > 0;) {
+        for (--waiting; waiting > 0;) {
             std::this_thread::yield();
         }
     }
-
-private:
-    std::atomic<int> waiting_;
+    std::atomic<int> waiting;
 };
 
 // The what() of the `E` that `call` throws, or "no exception".
