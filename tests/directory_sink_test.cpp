@@ -151,7 +151,7 @@ TEST_F(DirectorySink, RefusesTheWorkingOrHomeDirectoryOrOneAboveUnderAnySpelling
     }
     for (auto const& [spelling, reason] : spellings) {
         auto const what =
-            thrown_text<std::invalid_argument>([&] { v2::sink::get_dir(spelling, 100, 200); });
+            thrown_text<std::invalid_argument>([p = spelling] { v2::sink::get_dir(p, 100, 200); });
         EXPECT_NE(what.find("\"" + spelling + "\""), std::string::npos) << what;
         EXPECT_NE(what.find(reason), std::string::npos) << spelling << ": " << what;
     }
