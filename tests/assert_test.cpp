@@ -23,9 +23,8 @@ TEST(Assertion, TextNamesModuleLineFunctionAndExpression)
 TEST(AbortDeathTest, EnumOutOfRangeTerminatesWithTypeAndValue)
 {
     using state = VT::Logging::v2::logger_source::data::state;
-    EXPECT_DEATH(
-        VT::AbortEnumOutOfRange(static_cast<state>(7)),
-        "Value of enum type N2VT7Logging2v213logger_source4data5stateE has invalid value 7");
+    EXPECT_DEATH(VT::AbortEnumOutOfRange(static_cast<state>(7)),
+                 "Value of enum type .*state.* has invalid value 7");
 }
 
 } // namespace

@@ -22,8 +22,7 @@ namespace {
 
 using namespace vtlog_test;
 
-// A message filtered out costs neither its formatting nor its text function, so a bad format
-// only throws when its message is logged; a logged text function runs once.
+// Only what is logged is formatted (so a bad format throws only then), its text function once.
 TEST(CallHelpers, FormatAndTextFunctionRunOnlyForWhatIsLogged)
 {
     capture_sink sink;
@@ -54,10 +53,8 @@ TEST(CallHelpers, FormatAndTextFunctionRunOnlyForWhatIsLogged)
                        "[l] built 1", "[l] a literal"}));
 }
 
-// log_fmt skips a filtered message before building its text object, so its level test must
-// agree with `log`: before the start every level is held (the start decides, and levels can be
-// negative), after it the logger's level decides. A logger outliving its source, started or not,
-// writes nothing and asks for no text.
+// log_fmt's level test must agree with `log`: before the start every level is held (even negative
+// ones), after it the logger's level decides; a logger outliving its source writes nothing.
 TEST(CallHelpers, IsEnabledAgreesWithWhatLogKeepsInEveryState)
 {
     for (bool started : {false, true}) {

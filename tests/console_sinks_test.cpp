@@ -3,9 +3,6 @@
 
 #include "logger_source.hpp"
 
-#include <boost/log/attributes/constant.hpp>
-#include <boost/log/core/core.hpp>
-
 namespace {
 
 using namespace VT::Logging::v2;
@@ -26,13 +23,12 @@ TEST(ConsoleSinks, DomainThenMessageEndingInOneNewlineFlushedPerRecord)
 
     // Records made outside any tree, straight into the core, carrying the marker.
     for (char const* message : {"two\n  lines\n", ""}) { // raw: loggers trim and never log ""
+        using text = boost::log::attributes::constant<std::string_view>;
         boost::log::attribute_set set;
-        set.insert("stderr sink", boost::log::attributes::constant<sink::is_sink>({}));
-        set.insert("Channel", boost::log::attributes::constant<std::string_view>("a.b"));
-        set.insert("ggmessage", boost::log::attributes::constant<std::string_view>(message));
-        if (auto record = boost::log::core::get()->open_record(set)) {
-            boost::log::core::get()->push_record(std::move(record));
-        }
+        set.insert("stderr sink", vtlog_test::marker);
+        set.insert("Channel", text("a.b"));
+        set.insert("ggmessage", text(message));
+        vtlog_test::push_record(set);
     }
     EXPECT_EQ(err.str(), "[a.b] two\n  lines\n[a.b] \n");
 }

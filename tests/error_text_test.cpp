@@ -3,10 +3,6 @@
 
 #include "test_support.hpp"
 
-#include <cstdint>
-#include <optional>
-#include <stdexcept>
-
 namespace {
 
 using text = std::optional<std::string>;
@@ -36,30 +32,28 @@ std::string text_of(fake_error const& e, bool one_line, std::uint32_t depth)
     return VT::Logging::detail::error_log_text<fake_access>(&e, one_line, depth);
 }
 
-// The exact comparisons also show that no layout ends in a line break.
-TEST(ErrorText, ChainInEachLayoutUpToASelfReference)
+// Each layout of a chain, up to a self-reference, and each part only when present, never read
+// as a format. The exact comparisons also show that no layout ends in a line break.
+TEST(ErrorText, ChainAndPartsInEachLayout)
 {
     fake_error deepest{"D3", 9, "deepest"}, inner{"D2", 7, "inner", {}, {}, &deepest};
-    fake_error outer{"D1", 5, "outer", {}, {}, &inner};
-    EXPECT_EQ(text_of(outer, true, 4),
-              "D1(5): outer [ Underlying D2(7): inner [ Underlying D3(9): deepest ] ]");
-    EXPECT_EQ(text_of(outer, false, 0), "D1(5): outerD2(7): inner\n|--D3(9): deepest");
-    EXPECT_EQ(text_of(outer, false, 1), "D1(5): outer\n|--D2(7): inner\n\t|--D3(9): deepest");
-
-    inner.underlying = &inner;
-    EXPECT_EQ(text_of(outer, false, 3), "D1(5): outer\n\t\t|--D2(7): inner");
-    EXPECT_EQ(text_of(inner, true, 0), "D2(7): inner");
-}
-
-TEST(ErrorText, EachPartOnlyWhenPresentAndNeverReadAsAFormat)
-{
-    fake_error e{"D1", 5, "outer", "reason", "suggestion"};
-    EXPECT_EQ(text_of(e, true, 0), "D1(5): outer - reason - suggestion");
-    e.description.reset();
-    EXPECT_EQ(text_of(e, false, 1), "D1(5) - reason - suggestion");
+    fake_error outer{"D1", 5, "outer", {}, {}, &inner}, full{"D1", 5, "outer", "why", "do"};
+    fake_error no_description{"D1", 5, {}, "why", "do"}, formats{"{}", -9'000'000'000, "{0} %@"};
+    fake_error looped{"D2", 7, "inner"}, above_loop{"D1", 5, "outer", {}, {}, &looped};
+    looped.underlying = &looped;
+    for (auto const& [e, one_line, depth, expected] :
+         {std::tuple{&outer, true, 4,
+                     "D1(5): outer [ Underlying D2(7): inner [ Underlying D3(9): deepest ] ]"},
+          {&outer, false, 0, "D1(5): outerD2(7): inner\n|--D3(9): deepest"},
+          {&outer, false, 1, "D1(5): outer\n|--D2(7): inner\n\t|--D3(9): deepest"},
+          {&above_loop, false, 3, "D1(5): outer\n\t\t|--D2(7): inner"},
+          {&looped, true, 0, "D2(7): inner"},
+          {&full, true, 0, "D1(5): outer - why - do"},
+          {&no_description, false, 1, "D1(5) - why - do"},
+          {&formats, true, 0, "{}(-9000000000): {0} %@"}}) {
+        EXPECT_EQ(text_of(*e, one_line, depth), expected);
+    }
     EXPECT_EQ(text_of({}, true, 0), "<null>(0)");
-    EXPECT_EQ(text_of({"{}", -9'000'000'000, "{0} {:>9} %@ %s"}, true, 0),
-              "{}(-9000000000): {0} {:>9} %@ %s");
 }
 
 TEST(ErrorText, StringInPlaceOfAnErrorThrowsAtAnyDepth)

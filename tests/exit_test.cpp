@@ -4,21 +4,13 @@
 
 #include "VTLog/VTLog.hpp"
 
-#include <boost/log/core/core.hpp>
-
-#include <fcntl.h>
-#include <sys/wait.h>
-
-#include <chrono>
-
 namespace {
 
 using namespace vtlog_test;
 
-// The child: threads log through the façade's source and an application's own (both destroyed
-// at exit), look loggers and sinks up, change levels and name themselves, and the process exits
-// while they run. With a `log_directory`, the façade writes files there through its directory
-// sink.
+// The child: threads log through the façade's source (into `log_directory` if given) and an
+// application's own, both destroyed at exit, look loggers and sinks up, change levels and name
+// themselves, and the process exits while they run.
 [[noreturn]] void log_while_exiting(int threads, char const* log_directory)
 {
     static v2::logger_source app_source;
@@ -36,7 +28,7 @@ using namespace vtlog_test;
     app_source.add_sink(v2::sink::get_stderr());
     app_source.start_logging(level(0));
 
-    start_line all_logging(threads + 1);
+    start_line all_logging{threads + 1};
     for (int t = 0; t < threads; ++t) {
         std::thread([t, &all_logging, &facade] {
             v2::set_current_thread_name("worker " + std::to_string(t));
@@ -59,7 +51,6 @@ using namespace vtlog_test;
     std::exit(0);
 }
 
-// Runs the scenario in many child processes, for about ten seconds; every child must exit 0.
 TEST(ExitStress, ThreadsLoggingWhileMainReturnsNeverCrashTheProcess)
 {
     temp_dir const directory;

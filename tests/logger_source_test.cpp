@@ -4,12 +4,10 @@
 #include "logger_source.hpp"
 #include "logger_tree.hpp"
 
-#include <boost/log/core/core.hpp>
 #include <boost/log/sinks/async_frontend.hpp>
 #include <boost/log/sinks/block_on_overflow.hpp>
 #include <boost/log/sinks/bounded_fifo_queue.hpp>
 
-#include <chrono>
 #include <future>
 
 namespace {
@@ -17,50 +15,42 @@ namespace {
 using namespace vtlog_test;
 namespace sinks = boost::log::sinks;
 
-// Logs numbered messages while `more(k)`, noting the calls that reported the overlap with the
-// start and how often each text was asked for.
+// Logs numbered messages while `more(k)`: each must be written once and in order, or else
+// reported as overlapping the start, never both, and its text asked for once.
 struct numbered_writer {
     template <class More>
     void run(v2::logger const& l, More const& more)
     {
         prefix = "[" + std::string(l.get_domain()) + "] ";
         for (int k = 0; more(k); ++k) {
-            text_calls.push_back(0);
-            auto const text = [&] {
-                ++text_calls[k];
-                return std::to_string(k);
-            };
-            auto const what =
-                thrown_text<std::invalid_argument>([&] { l.log(level(0), v2::lazy_text(text)); });
+            seen.push_back(0), asked.push_back(0);
+            auto const what = thrown_text<std::invalid_argument>([&] {
+                l.log(level(0), v2::lazy_text([&] { return ++asked[k], std::to_string(k); }));
+            });
             if (what != "no exception") {
                 EXPECT_NE(what.find("consume_impl Assertion redo_ptr failed."), std::string::npos)
                     << what;
-                overlapped.push_back(k);
+                ++seen[k];
             }
         }
     }
-
-    // Each message was written once and in order, or else reported, never both; each text was
-    // asked for once.
-    void expect_each_written_once(Strings const& lines) const
+    void expect_each_written_once(Strings const& lines)
     {
-        std::vector<int> written, seen(text_calls.size()), once(text_calls.size(), 1);
+        std::vector<int> written;
         for (auto const& line : lines) {
             if (line.rfind(prefix, 0) == 0) {
                 written.push_back(std::stoi(line.substr(prefix.size())));
                 ++seen.at(written.back());
             }
         }
-        for (int k : overlapped) {
-            ++seen[k];
-        }
         EXPECT_TRUE(std::is_sorted(written.begin(), written.end())) << "out of order";
-        EXPECT_EQ(seen, once) << "lost, repeated, or both written and reported";
-        EXPECT_EQ(text_calls, once) << "a text asked for other than once";
+        EXPECT_EQ(seen, std::vector<int>(seen.size(), 1))
+            << "lost, repeated, or written and reported";
+        EXPECT_EQ(asked, seen) << "a text asked for other than once";
     }
 
     std::string prefix;
-    std::vector<int> overlapped, text_calls;
+    std::vector<int> seen, asked; // the reports and lines, the text calls of each message
 };
 
 // A second source, running meanwhile, neither sees nor feeds the holding one's sink.
@@ -74,7 +64,7 @@ TEST(LoggerSource, HeldMessagesAreTrimmedAndReplayedInOrderThroughTheLevelsAtThe
     auto db = source.get_child_logger("db");
     int asked = 0;
     auto const text = [&asked] {
-        return "asked " + std::to_string(++asked);
+        return ++asked, "asked";
     };
     auto const core = boost::log::core::get();
     v2::log_str(net, level(3), "\n  two\twords \n inside\n\t ");
@@ -116,9 +106,8 @@ TEST(LoggerSource, HeldMessagesAreTrimmedAndReplayedInOrderThroughTheLevelsAtThe
     EXPECT_EQ(net.get_log_level(), level(4)) << "a second start still sets the root level";
 }
 
-// Threads make their loggers as the source is first used, and log numbered messages without
-// pause while the main thread starts the source mid-stream. In the first round the replay is
-// slower than the writers (each record goes to 33 sinks): the start returns all the same.
+// Threads log numbered messages while the source starts mid-stream. In the first round the replay
+// is slower than the writers (33 sinks): the start returns all the same.
 TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
 {
     constexpr int threads = 3, warm_up = 40, after_start = 40;
@@ -131,7 +120,7 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
         std::atomic<int> warmed_up{0};
         std::atomic<bool> started{false}, gave_up{false};
         auto const give_up = steady::now() + std::chrono::seconds(20);
-        start_line first_use(threads + 1);
+        start_line first_use{threads + 1};
         std::vector<std::thread> running;
         for (int t = 0; t < threads; ++t) {
             running.emplace_back([&, t] {
@@ -157,7 +146,7 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
             thread.join();
         }
         EXPECT_FALSE(gave_up) << "start_logging returned only once the writers stopped";
-        for (auto const& writer : writers) {
+        for (auto& writer : writers) {
             writer.expect_each_written_once(sinks[0].lines());
         }
         ASSERT_FALSE(HasFailure()) << "round " << round;
@@ -167,8 +156,8 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
     }
 }
 
-// A text function may look up loggers of its own source and log through any logger, its own
-// included, whether the source is holding or running, while another thread changes the sinks.
+// A text function may look up loggers and log through any, its own included, holding or running,
+// while another thread changes the sinks.
 TEST(LoggerSourceReentry, TextFunctionsMayLookUpLoggersAndLogWhileSinksChange)
 {
     expect_completes_in_child(60, [] {
@@ -182,7 +171,7 @@ TEST(LoggerSourceReentry, TextFunctionsMayLookUpLoggersAndLogWhileSinksChange)
             }
             auto net = source.get_child_logger("Net");
             auto db = source.get_child_logger("Db");
-            start_line start(2);
+            start_line start{2};
             std::thread toggler([&] {
                 start.arrive_and_wait();
                 for (int i = 0; i < rounds; ++i) {
@@ -213,8 +202,8 @@ TEST(LoggerSourceReentry, TextFunctionsMayLookUpLoggersAndLogWhileSinksChange)
     });
 }
 
-// A caller's asynchronous back end. It holds its first record until the test alone names the
-// sink, so the records still queued outlive the source and its loggers. One per child process.
+// Holds its first record until the test alone names the sink, so that queued records outlive
+// the source and its loggers. One per child process.
 struct holding_backend : sinks::basic_sink_backend<sinks::concurrent_feeding> {
     ~holding_backend() { destroyed.set_value(); }
     void consume(boost::log::record_view const& record)

@@ -26,15 +26,16 @@ TEST(LoggerTree, DottedPathsNameOneNodePerDomainAndEmptyOnesAreRefused)
     EXPECT_EQ(dotted.get_log_level(), level(7));
     EXPECT_EQ(source.get_child_logger("Other.Curl").get_log_level(), level(0))
         << "the same name under another parent is another node";
-    auto const refused = [&](std::function<void()> const& call) {
-        expect_assertion(call, "VTLog/v2/log",
+    for (auto const& refused : std::initializer_list<std::function<void()>>{
+             [&] { source.get_child_logger(""); }, [&] { source.get_child_logger("..."); },
+             [&] { source.set_child_log_level("", level(1)); },
+             [&] { source.reset_child_log_level("."); },
+             [&] {
+                 network.get_child_logger("..");
+             }}) {
+        expect_assertion(refused, "VTLog/v2/log",
                          "make_or_get_descendant Assertion !child_name.empty()");
-    };
-    refused([&] { source.get_child_logger(""); });
-    refused([&] { source.get_child_logger("..."); });
-    refused([&] { source.set_child_log_level("", level(1)); });
-    refused([&] { source.reset_child_log_level("."); });
-    refused([&] { network.get_child_logger(".."); });
+    }
 }
 
 TEST(LoggerTreeDeathTest, NullNodeTerminates)
@@ -43,9 +44,8 @@ TEST(LoggerTreeDeathTest, NullNodeTerminates)
                  "VTLog/v2/log:[0-9]+:  logger Assertion d failed.");
 }
 
-// Paths are walked without recursion, so a path past the limit is refused cleanly even on the
-// small stack of a secondary thread (512 KiB on macOS), and a tree as deep as the limit takes
-// every tree-wide walk there.
+// Paths are walked without recursion: one past the limit is refused cleanly on a secondary
+// thread's small stack (512 KiB on macOS), and a tree as deep as the limit takes every walk.
 TEST(LoggerTreeDeathTest, DeepPathsAreRefusedCleanlyOnASmallStack)
 {
     expect_completes_in_child(60, [] {
@@ -59,14 +59,13 @@ TEST(LoggerTreeDeathTest, DeepPathsAreRefusedCleanlyOnASmallStack)
             capture_sink sink;
             auto const deepest = source.get_child_logger(path(v2::max_domain_depth));
             auto const too_deep = path(3000);
-            std::vector<std::pair<std::function<void()>, std::size_t>> const calls{
-                {[&] { source.get_child_logger(too_deep); }, 3000},
-                {[&] { source.set_child_log_level(too_deep, level(1)); }, 3000},
-                {[&] { source.reset_child_log_level(too_deep); }, 3000},
-                {[&] { source.get_child_logger("c").get_child_logger(path(2999)); }, 3000},
-                {[&] { deepest.get_child_logger("one.more"); }, v2::max_domain_depth + 2},
-            };
-            for (auto const& [call, components] : calls) {
+            for (auto const& [call, components] :
+                 std::initializer_list<std::pair<std::function<void()>, std::size_t>>{
+                     {[&] { source.get_child_logger(too_deep); }, 3000},
+                     {[&] { source.set_child_log_level(too_deep, level(1)); }, 3000},
+                     {[&] { source.reset_child_log_level(too_deep); }, 3000},
+                     {[&] { source.get_child_logger("c").get_child_logger(path(2999)); }, 3000},
+                     {[&] { deepest.get_child_logger("one.more"); }, v2::max_domain_depth + 2}}) {
                 EXPECT_EQ(thrown_text<std::invalid_argument>(call),
                           "the domain would have " + std::to_string(components) +
                               " components, more than max_domain_depth (" +
@@ -121,14 +120,14 @@ TEST(LoggerTree, LevelsAreInheritedUntilSetAndPinsLastUntilReset)
     EXPECT_EQ(children.count("pinned"), 0u) << "the handle was the node's last holder";
 }
 
-// Threads create and drop loggers on overlapping paths while others attach and detach sinks and
-// change levels. Afterwards every live node carries exactly the root's markers.
+// Threads make and drop loggers on overlapping paths while others change sinks and levels; then
+// every live node carries exactly the root's markers.
 TEST(LoggerTreeRace, ChurnKeepsTheMarkerInvariant)
 {
     v2::logger_source source;
     capture_sink sinks[] = {capture_sink("a"), capture_sink("b"), capture_sink("c")};
     std::vector<v2::logger> kept;
-    start_line start(4);
+    start_line start{4};
     auto churn = [&](auto step) {
         return std::thread([&, step] {
             start.arrive_and_wait();

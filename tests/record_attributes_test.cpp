@@ -3,12 +3,8 @@
 
 #include "time_text.hpp"
 
-#include <boost/log/core/core.hpp>
 #include <boost/log/sinks/async_frontend.hpp>
 #include <fmt/printf.h>
-
-#include <chrono>
-#include <ctime>
 
 namespace {
 
@@ -24,25 +20,18 @@ ptime const evening_utc(date(2024, 5, 1),
 // The same instant on the system clock (1714608000 is 2024-05-02 00:00:00 UTC).
 clock::time_point const evening = clock::from_time_t(1714608000) - std::chrono::microseconds(1);
 
-std::string text(impl::time_text const& time)
-{
+auto const text = [](impl::time_text const& time) {
     return fmt::to_string(time);
-}
+};
 
-std::string local_text(clock::time_point utc)
+std::string local_text(clock::time_point utc = clock::now())
 {
     impl::time_text out;
     impl::write_local_time(utc, out);
     return text(out);
 }
 
-std::string now_text()
-{
-    return local_text(clock::now());
-}
-
-// Reads the time text both ways a formatter can: as the std::string that the value's type
-// names, and as the view that impl::get_time takes.
+// Reads the time text both ways a formatter can: as the value's std::string and as a view.
 struct attributes_backend : bl::sinks::basic_sink_backend<bl::sinks::synchronized_feeding> {
     void consume(bl::record_view const& record)
     {
@@ -58,8 +47,8 @@ struct attributes_backend : bl::sinks::basic_sink_backend<bl::sinks::synchronize
 };
 using attributes_sink = bl::sinks::synchronous_sink<attributes_backend>;
 
-// Milliseconds are truncated, never rounded up; an offset the platform cannot give, or one of a
-// day or more, shows as -00:00; a time out of range shows as the fallback text.
+// Milliseconds are truncated; an offset unknown or of a day or more shows as -00:00; a time out of
+// range shows as the fallback text. Offsets of 100 hours and more take the printf path.
 TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeWithItsOffset)
 {
     ptime const& utc = evening_utc;
@@ -70,7 +59,6 @@ TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeWithItsOffset)
         EXPECT_EQ(text(impl::format_local(utc, local)), expected);
     }
     EXPECT_EQ(local_text(clock::from_time_t(-86400)), impl::fallback_time_text);
-    // Offsets of 100 hours and more take the printf path, the others the fast one.
     for (int i = 0; i < 500; ++i) {
         date const d = date(1400, 1, 1) + boost::gregorian::days(i * 6007);
         auto const t = microseconds(i * 172'799'999'983LL % 86'400'000'000LL);
@@ -81,8 +69,8 @@ TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeWithItsOffset)
     }
 }
 
-// A held record shows the moment and thread name of its call, not of its replay; each record
-// shows the offset of the zone in force when it was logged.
+// A held record shows the moment and thread name of its call, not of its replay; each record the
+// offset of the zone in force when it was logged.
 TEST(RecordAttributes, RecordsCarryTheTimeAndThreadNameOfTheirCall)
 {
     // No source exists yet, so a record has only the attributes it is opened with: no time.
@@ -95,17 +83,16 @@ TEST(RecordAttributes, RecordsCarryTheTimeAndThreadNameOfTheirCall)
     logger_source source;
     source.add_sink(std::make_shared<sink::base>(bl::attribute_name("attributes sink"),
                                                  boost::make_shared<attributes_sink>(backend)));
-    auto const before_held = now_text();
+    auto const before_held = local_text();
     log_str(source.get_child_logger("a"), log_level::info, "unnamed");
     set_current_thread_name("first");
     log_str(source.get_child_logger("a"), log_level::info, "first");
-    auto const after_held = now_text();
+    auto const after_held = local_text();
     set_current_thread_name("second");
     source.start_logging(log_level::info);
     ASSERT_EQ(backend->times.size(), 2u);
     for (auto const& held : backend->times) {
-        EXPECT_LE(before_held, held);
-        EXPECT_LE(held, after_held);
+        EXPECT_TRUE(before_held <= held && held <= after_held) << held;
     }
     log_str(source.get_child_logger("a"), log_level::info, "second");
     std::thread([&] { log_str(source.get_child_logger("a"), log_level::info, "unnamed"); }).join();
@@ -118,18 +105,15 @@ TEST(RecordAttributes, RecordsCarryTheTimeAndThreadNameOfTheirCall)
         ::setenv("TZ", tz, 1);
         ::tzset();
         EXPECT_EQ(local_text(evening), expected);
-        auto const before = now_text();
+        auto const before = local_text(); // one zone, one width: text order is time order
         log_str(source.get_child_logger("a"), log_level::info, tz);
-        auto const after = now_text();
-        EXPECT_LE(before, backend->time); // one zone, one width: text order is time order
-        EXPECT_LE(backend->time, after);
+        EXPECT_TRUE(before <= backend->time && backend->time <= local_text()) << backend->time;
         EXPECT_EQ(backend->time.substr(23), std::string_view(expected).substr(23)) << tz;
     }
 }
 
-// A record bound for sinks that write on threads of their own is detached on the logging
-// thread, so two such sinks read its time at the same moment without racing, and both read the
-// moment of the call.
+// A record for sinks on threads of their own is detached on the logging thread, so two such sinks
+// read its time at once without racing, and both read the moment of the call.
 TEST(RecordAttributes, SinksOnOtherThreadsReadTheTimeOfTheCall)
 {
     using async_sink = bl::sinks::asynchronous_sink<attributes_backend>;
@@ -142,11 +126,11 @@ TEST(RecordAttributes, SinksOnOtherThreadsReadTheTimeOfTheCall)
         source.add_sink(std::make_shared<sink::base>(bl::attribute_name(name), sinks.back()));
     }
     source.start_logging(log_level::info);
-    auto const before = now_text();
+    auto const before = local_text();
     log_str(source.get_child_logger("a"), log_level::info, "message");
-    auto const after = now_text();
+    auto const after = local_text();
 
-    vtlog_test::start_line line(2);
+    vtlog_test::start_line line{2};
     std::thread other([&] {
         line.arrive_and_wait();
         sinks[0]->feed_records();
@@ -156,8 +140,7 @@ TEST(RecordAttributes, SinksOnOtherThreadsReadTheTimeOfTheCall)
     other.join();
     for (auto const& backend : backends) {
         ASSERT_EQ(backend->times.size(), 1u);
-        EXPECT_LE(before, backend->time);
-        EXPECT_LE(backend->time, after);
+        EXPECT_TRUE(before <= backend->time && backend->time <= after) << backend->time;
     }
     EXPECT_EQ(backends[0]->time, backends[1]->time);
 }

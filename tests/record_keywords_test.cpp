@@ -4,13 +4,10 @@
 #include <boost/log/expressions.hpp>
 #include <boost/log/sinks/syslog_backend.hpp>
 
-#include <optional>
-
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -19,10 +16,9 @@ namespace expr = boost::log::expressions;
 namespace sinks = boost::log::sinks;
 namespace record = v2::record;
 
-// One line per record of what the keywords yield, read while the record lives: whether the
-// message is owned (std::string) or viewed, the texts and the level; the time text must be a real
-// one. Once, the sink logs again from inside itself: the record it is writing must keep its own
-// values while its thread logs another, since a thread reuses them once no record holds them.
+// One line per record of what the keywords yield while it lives: the message owned (std::string)
+// or viewed, the texts, the level; the time must be real. Once, the sink logs from inside itself:
+// the record it writes keeps its values while its thread logs another.
 class keyword_backend : public sinks::basic_sink_backend<sinks::synchronized_feeding> {
 public:
     void consume(boost::log::record_view const& r)
@@ -59,35 +55,11 @@ public:
     std::vector<std::string> lines;
 };
 
-// A written record views the caller's text; a held one owns a copy. Both must read back the
-// same through the keywords, and a sink's filter must be able to test the severity keyword. A
-// record logged from inside the sink is read back as well.
-TEST(RecordKeywords, TextsExtractFromHeldWrittenAndNestedRecords)
-{
-    auto const backend = boost::make_shared<keyword_backend>();
-    auto const frontend = boost::make_shared<sinks::synchronous_sink<keyword_backend>>(backend);
-    frontend->set_filter(record::severity >= level(3));
-    v2::logger_source source;
-    source.add_sink(
-        std::make_shared<v2::sink::base>(boost::log::attribute_name("keyword sink"), frontend));
-    auto const l = source.get_child_logger("net.curl");
-
-    v2::set_current_thread_name("main");
-    v2::log_str(l, level(3), "  held until start\n");
-    v2::set_current_thread_name("");
-    source.start_logging(level(2));
-    v2::log_str(l, level(2), "below the sink's filter");
-    backend->inner = source.get_child_logger("inner");
-    v2::log_str(l, level(4), "written at once");
-    EXPECT_EQ(backend->lines,
-              (std::vector<std::string>{"owned held until start [net.curl] <main> 3",
-                                        "viewed logged by the sink [inner] <> 9",
-                                        "viewed written at once [net.curl] <> 4"}));
-}
-
-// A syslog back end over UDP, with a formatter and a severity mapping made of the keywords,
-// sends to a socket on 127.0.0.1 that stands in for the daemon.
-TEST(RecordKeywords, SyslogBackendSendsTheFormattedText)
+// A written record views the caller's text, a held one owns a copy: both read back the same
+// through the keywords, as does a record logged from inside the sink, and a sink's filter tests
+// the severity keyword. A syslog back end over UDP, formatted and mapped with the keywords, sends
+// to a socket on 127.0.0.1 that stands in for the daemon.
+TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
 {
     int const daemon = ::socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in address{};
@@ -96,32 +68,46 @@ TEST(RecordKeywords, SyslogBackendSendsTheFormattedText)
     socklen_t length = sizeof address;
     ASSERT_TRUE(daemon >= 0 && ::bind(daemon, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
                 ::getsockname(daemon, reinterpret_cast<sockaddr*>(&address), &length) == 0);
-
-    auto const backend = boost::make_shared<sinks::syslog_backend>(
+    auto const syslog = boost::make_shared<sinks::syslog_backend>(
         boost::log::keywords::use_impl = sinks::syslog::udp_socket_based,
         boost::log::keywords::facility = sinks::syslog::user);
-    backend->set_target_address("127.0.0.1", ntohs(address.sin_port));
+    syslog->set_target_address("127.0.0.1", ntohs(address.sin_port));
     sinks::syslog::custom_severity_mapping<v2::log_level> levels(record::severity.get_name());
-    levels[v2::log_level::error] = sinks::syslog::error;
-    backend->set_severity_mapper(levels);
-    auto const frontend =
-        boost::make_shared<sinks::synchronous_sink<sinks::syslog_backend>>(backend);
-    frontend->set_formatter(expr::stream << record::channel << ": " << record::message);
+    levels[level(3)] = sinks::syslog::error;
+    syslog->set_severity_mapper(levels);
+    auto const to_syslog =
+        boost::make_shared<sinks::synchronous_sink<sinks::syslog_backend>>(syslog);
+    to_syslog->set_formatter(expr::stream << record::channel << ": " << record::message);
+    to_syslog->set_filter(record::severity == level(3));
+
+    auto const backend = boost::make_shared<keyword_backend>();
+    auto const frontend = boost::make_shared<sinks::synchronous_sink<keyword_backend>>(backend);
+    frontend->set_filter(record::severity >= level(3));
     v2::logger_source source;
+    source.add_sink(std::make_shared<v2::sink::base>(boost::log::attribute_name("keys"), frontend));
     source.add_sink(
-        std::make_shared<v2::sink::base>(boost::log::attribute_name("syslog sink"), frontend));
-    v2::log_str(source.get_child_logger("net"), v2::log_level::error, "held, then sent");
-    source.start_logging(v2::log_level::trace);
+        std::make_shared<v2::sink::base>(boost::log::attribute_name("syslog"), to_syslog));
+    auto const l = source.get_child_logger("net.curl");
+    v2::set_current_thread_name("main");
+    v2::log_str(l, level(3), "  held until start\n");
+    v2::set_current_thread_name("");
+    source.start_logging(level(2));
+    v2::log_str(l, level(2), "below the sink's filter");
+    backend->inner = source.get_child_logger("inner");
+    v2::log_str(l, level(4), "written at once");
+    EXPECT_EQ(backend->lines, (Strings{"owned held until start [net.curl] <main> 3",
+                                       "viewed logged by the sink [inner] <> 9",
+                                       "viewed written at once [net.curl] <> 4"}));
 
     pollfd ready{daemon, POLLIN, 0};
     ASSERT_EQ(::poll(&ready, 1, 10000), 1) << "no datagram";
     char buffer[2048];
-    auto const size = ::recv(daemon, buffer, sizeof buffer, 0);
-    std::string const packet(buffer, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    std::string const packet(buffer,
+                             std::max<ssize_t>(::recv(daemon, buffer, sizeof buffer, 0), 0));
     ::close(daemon);
     // <priority> is facility user (1) * 8 + severity error (3).
     EXPECT_EQ(packet.rfind("<11>", 0), 0u) << packet;
-    EXPECT_NE(packet.find("net: held, then sent"), std::string::npos) << packet;
+    EXPECT_NE(packet.find("net.curl: held until start"), std::string::npos) << packet;
 }
 
 } // namespace

@@ -1,27 +1,31 @@
-// Shared test helpers: a sink that keeps what it receives, a capture of a standard stream, a start
-// line for racing threads, the text of a thrown exception, the check of an assertion's text, a
-// bounded child process, and a temporary directory with the files in it.
+// Helpers shared by the tests: capturing sinks and streams, a start line for racing threads,
+// thrown texts, a bounded child process, and a temporary directory with its files.
 #pragma once
 
 #include "VTLog/v2/record.hpp"
 
 #include <gtest/gtest.h>
 
+#include <boost/filesystem.hpp>
+#include <boost/log/attributes/constant.hpp>
+#include <boost/log/core/core.hpp>
 #include <boost/log/sinks/basic_sink_backend.hpp>
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/make_shared.hpp>
 
-#include <boost/filesystem.hpp>
-
+#include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <iostream>
 #include <iterator>
+#include <optional>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -34,10 +38,9 @@ namespace v2 = VT::Logging::v2;
 namespace fs = boost::filesystem;
 using Strings = std::vector<std::string>;
 
-inline v2::log_level level(int value)
-{
+inline auto const level = [](int value) {
     return static_cast<v2::log_level>(value);
-}
+};
 
 // Keeps every record as "[channel] message", or the message alone when it has no channel.
 struct capture_backend
@@ -58,12 +61,21 @@ struct capture_sink {
         : handle(std::make_shared<v2::sink::base>(boost::log::attribute_name(name), frontend))
     {
     }
-    // Under the sink's lock, so other threads may be logging meanwhile.
-    Strings lines() const { return frontend->locked_backend()->lines; }
+    Strings lines() const { return frontend->locked_backend()->lines; } // while others log
 
     boost::shared_ptr<frontend_type> frontend = boost::make_shared<frontend_type>();
     std::shared_ptr<v2::sink::base> handle;
 };
+
+// Pushes a record of `attributes` into the core, as a caller's own logger would.
+inline void push_record(boost::log::attribute_set const& attributes)
+{
+    if (auto record = boost::log::core::get()->open_record(attributes)) {
+        boost::log::core::get()->push_record(std::move(record));
+    }
+}
+
+inline boost::log::attributes::constant<v2::sink::is_sink> const marker(v2::sink::is_sink{});
 
 // Takes over the output of `stream` until destroyed, counting its flushes.
 template <std::ostream& stream>
@@ -74,22 +86,15 @@ struct stream_capture : std::stringbuf {
     int flushes = 0;
 };
 
-// Releases a fixed number of threads at once (a one-shot barrier, C++17 has none).
-class start_line {
-public:
-    explicit start_line(int threads)
-        : waiting_(threads)
-    {
-    }
+// Releases `waiting` threads at once (a one-shot barrier, C++17 has none).
+struct start_line {
     void arrive_and_wait()
     {
-        for (waiting_.fetch_sub(1); waiting_.load() > 0;) {
+        for (--waiting; waiting > 0;) {
             std::this_thread::yield();
         }
     }
-
-private:
-    std::atomic<int> waiting_;
+    std::atomic<int> waiting;
 };
 
 // The what() of the `E` that `call` throws, or "no exception".
@@ -109,16 +114,15 @@ inline void expect_assertion(std::function<void()> const& call, std::string cons
                              std::string const& function_and_expression)
 {
     std::string const text = thrown_text<std::invalid_argument>(call);
-    auto const line_end = text.find(':', module.size() + 1);
-    EXPECT_TRUE(line_end != std::string::npos &&
-                std::regex_match(text.substr(0, line_end), std::regex(module + ":[0-9]+")) &&
-                text.substr(line_end) == ":  " + function_and_expression + " failed.")
+    std::string const tail = ":  " + function_and_expression + " failed.";
+    auto const head = text.size() > tail.size() ? text.size() - tail.size() : 0;
+    EXPECT_TRUE(text.substr(head) == tail &&
+                std::regex_match(text.substr(0, head), std::regex(module + ":[0-9]+")))
         << text << ", expected " << function_and_expression;
 }
 
-// Runs `body` in a child process that must exit within `seconds` with no failed expectation. A
-// hang (ended by the alarm's SIGALRM), a crash or a failed expectation fails the test without
-// stalling the run; the child skips static destructors, so threads left hanging cannot matter.
+// Runs `body` in a child that must exit within `seconds` with no failed expectation: a hang
+// (ended by SIGALRM), a crash or a failure fails the test. No static destructor runs there.
 template <class F>
 void expect_completes_in_child(unsigned seconds, F const& body)
 {
@@ -148,7 +152,7 @@ inline std::vector<fs::path> files_in(fs::path const& dir)
     return files;
 }
 
-// The text of the file, or of the files of the directory in order, less what `cut` matches: by
+// The text of the file, or of the directory's files in order, less what `cut` matches: by
 // default the fields before the message of each log file line.
 inline std::string text_in(fs::path const& where,
                            std::string const& cut = "[^\t\n]*\t[^\t\n]*\t[^\t\n]*\t")
