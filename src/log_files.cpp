@@ -152,36 +152,31 @@ std::string file_name_pattern::file_name(std::tm const& local, long microseconds
     std::string name;
     parse_pattern(
         pattern_, [&](std::string_view text) { name += text; },
-        [&](char letter, int width) {
-            switch (letter) {
-            case 'N':
-                fmt::format_to(std::back_inserter(name), "{:0{}}", counter, width);
-                break;
-            case 'Y':
-                fmt::format_to(std::back_inserter(name), "{:04}", local.tm_year + 1900);
-                break;
-            case 'y':
-                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_year % 100);
-                break;
-            case 'm':
-                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_mon + 1);
-                break;
-            case 'd':
-                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_mday);
-                break;
-            case 'H':
-                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_hour);
-                break;
-            case 'M':
-                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_min);
-                break;
-            case 'S':
-                fmt::format_to(std::back_inserter(name), "{:02}", local.tm_sec);
-                break;
-            default:
-                fmt::format_to(std::back_inserter(name), "{:06}", microseconds);
-                break;
-            }
+        [&](char letter, int counter_width) {
+            // The field's value and its width, zero-filled.
+            auto const [value, width] = [&]() -> std::pair<long, int> {
+                switch (letter) {
+                case 'N':
+                    return {counter, counter_width};
+                case 'Y':
+                    return {local.tm_year + 1900L, 4};
+                case 'y':
+                    return {local.tm_year % 100, 2};
+                case 'm':
+                    return {local.tm_mon + 1, 2};
+                case 'd':
+                    return {local.tm_mday, 2};
+                case 'H':
+                    return {local.tm_hour, 2};
+                case 'M':
+                    return {local.tm_min, 2};
+                case 'S':
+                    return {local.tm_sec, 2};
+                default:
+                    return {microseconds, 6};
+                }
+            }();
+            fmt::format_to(std::back_inserter(name), "{:0{}}", value, width);
         });
     return name;
 }
