@@ -37,7 +37,7 @@ namespace fs = boost::filesystem;
 
 // Walks a file name pattern: `literal` gets each run of plain text (a "%%" as "%"),
 // `placeholder` the letter of each placeholder and, for the counter, its width ("%05N", "%-3N",
-// "%2.2N": Boost.Log's printf-like counter specification). Returns false at a placeholder that
+// "%2.2N": the printf-like counter format Boost.Log takes). Returns false at a placeholder that
 // file names do not support.
 template <class Literal, class Placeholder>
 bool parse_pattern(std::string const& pattern, Literal&& literal, Placeholder&& placeholder)
