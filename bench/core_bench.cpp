@@ -10,6 +10,7 @@
 #include <benchmark/benchmark.h>
 #include <boost/log/attributes/attribute_value_impl.hpp>
 #include <boost/log/attributes/attribute_value_set.hpp>
+#include <fmt/format.h>
 
 #include <chrono>
 #include <cstdio>
