@@ -25,6 +25,10 @@ fi
 boost_args=()
 if [ -n "$boost_prefix" ]; then
     boost_args+=(-DCMAKE_PREFIX_PATH="$boost_prefix")
+    # The build's run path reaches only the libraries a program links directly; Boost's own
+    # libraries there carry none, so theirs (Boost.Log's Boost.Filesystem, say) are found here.
+    boost_libs=$(dirname "$(find "$boost_prefix" -name 'libboost_log.so*' -print -quit)")
+    export LD_LIBRARY_PATH="$boost_libs${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
 fi
 
 cmake -S . -B "$build_dir" -G Ninja \
