@@ -304,9 +304,9 @@ namespace sink {
 struct VTLOG_API is_sink {};
 
 // The library's handle to one Boost.Log sink. The sink is registered with the Boost.Log core
-// for as long as the handle lives, behind a filter that admits only records of loggers that
-// carry `name` (that is, of sources the handle is attached to) and never records that a
-// source is still holding. Create it with std::make_shared; share it by pointer.
+// for as long as the handle lives, behind a filter that admits only records that carry the
+// marker `name` (those of the sources the handle is attached to, and any other record given
+// that marker, whoever made it) and never records that a source is still holding. Create it with std::make_shared; share it by pointer.
 // A record that a sink keeps to write later, on a thread of its own (an asynchronous front end),
 // refers to no logger or source of the library, so releasing it never destroys a handle there:
 // the handle dies with the last holder of its own, on that holder's thread.
