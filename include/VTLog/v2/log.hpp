@@ -306,10 +306,11 @@ struct VTLOG_API is_sink {};
 // The library's handle to one Boost.Log sink. The sink is registered with the Boost.Log core
 // for as long as the handle lives, behind a filter that admits only records that carry the
 // marker `name` (those of the sources the handle is attached to, and any other record given
-// that marker, whoever made it) and never records that a source is still holding. Create it with std::make_shared; share it by pointer.
-// A record that a sink keeps to write later, on a thread of its own (an asynchronous front end),
-// refers to no logger or source of the library, so releasing it never destroys a handle there:
-// the handle dies with the last holder of its own, on that holder's thread.
+// that marker, whoever made it) and never records that a source is still holding. Create it with
+// std::make_shared; share it by pointer. A record that a sink keeps to write later, on a thread of
+// its own (an asynchronous front end), refers to no logger or source of the library, so releasing
+// it never destroys a handle there: the handle dies with the last holder of its own, on that
+// holder's thread.
 class VTLOG_API base : public std::enable_shared_from_this<base> {
 public:
     // Registers `sink` (which may be empty) with the core. Propagates Boost.Log exceptions.
