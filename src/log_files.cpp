@@ -230,7 +230,8 @@ void log_file_backend::consume(boost::log::record_view const&, string_type const
         }
         close_file(false);
     }
-    throw_file_error("the log file was removed as each line was written to it", file_path_, ENOENT);
+    throw_file_error("the log file was removed as each line was written to it",
+                     directory_->path() / file_name_, ENOENT);
 }
 
 void log_file_backend::store_file(fs::path const& file)
@@ -258,7 +259,6 @@ void log_file_backend::open_next_file()
             ++next_counter_;
             fd_ = fd;
             file_name_ = name;
-            file_path_ = path;
             file_size_ = 0;
             directory_->begin_file(name);
             begin_day(rotation_clock());
@@ -308,7 +308,7 @@ void log_file_backend::write(string_type const& line)
             if (file_size_ != before) {
                 close_file(true);
             }
-            throw_file_error("cannot write the log file", file_path_, error);
+            throw_file_error("cannot write the log file", directory_->path() / file_name_, error);
         }
         file_size_ += static_cast<std::uintmax_t>(written);
         auto left = static_cast<std::size_t>(written);

@@ -89,7 +89,6 @@ private:
     unsigned next_counter_;
     int fd_ = -1;
     std::string file_name_;
-    boost::filesystem::path file_path_;
     std::uintmax_t file_size_ = 0;
     // The earliest clock reading since the current file was opened, and the first local
     // midnight after it, where the file's day ends.
