@@ -28,7 +28,9 @@ TEST(ConsoleSinks, DomainThenMessageEndingInOneNewlineFlushedPerRecord)
         set.insert("stderr sink", vtlog_test::marker);
         set.insert("Channel", text("a.b"));
         set.insert("ggmessage", text(message));
-        vtlog_test::push_record(set);
+        auto record = boost::log::core::get()->open_record(set);
+        ASSERT_TRUE(record);
+        boost::log::core::get()->push_record(std::move(record));
     }
     EXPECT_EQ(err.str(), "[a.b] two\n  lines\n[a.b] \n");
 }

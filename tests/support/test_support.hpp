@@ -67,14 +67,6 @@ struct capture_sink {
     std::shared_ptr<v2::sink::base> handle;
 };
 
-// Pushes a record of `attributes` into the core, as a caller's own logger would.
-inline void push_record(boost::log::attribute_set const& attributes)
-{
-    if (auto record = boost::log::core::get()->open_record(attributes)) {
-        boost::log::core::get()->push_record(std::move(record));
-    }
-}
-
 inline boost::log::attributes::constant<v2::sink::is_sink> const marker(v2::sink::is_sink{});
 
 // Takes over the output of `stream` until destroyed, counting its flushes.
