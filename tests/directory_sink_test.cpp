@@ -34,6 +34,12 @@ protected:
     {
         fs::create_directories(logs);
         source.start_logging(info);
+        v2::impl::rotation_clock = [] {
+            if (!doomed.empty()) {
+                fs::remove_all(std::exchange(doomed, {}));
+            }
+            return now;
+        };
     }
     // Logs "<text>10", "<text>11"... (up to 90 lines of one length) and returns them as text.
     std::string log_lines(int count, std::string const& text)
@@ -46,20 +52,29 @@ protected:
         return logged;
     }
 
+    // The rotation clock reads `now`, after removing `doomed` (with all it holds) if it is set.
+    static inline std::time_t now = std::time(nullptr);
+    static inline fs::path doomed;
     temp_dir dir; // a fresh directory with "logs", removed after all that may write there
     fs::path const logs = dir.root / "logs";
     std::string const pattern = (logs / "log %2N.txt").string();
     v2::logger_source source;
 };
 
-// `dying` dies on another thread within get_dir's lock, so its destructor runs after the lookup.
+// `dying` dies on another thread within get_dir's lock, so its destructor runs after the lookup,
+// its file still open. Each new sink continues after the highest counter (of an earlier run's
+// file, then of `dying`'s), so no file holds lines of two sinks.
 TEST_F(DirectorySink, OneSinkPerExactPatternWhileItLivesThenASuccessorWithTheNewSizes)
 {
+    std::ofstream((logs / "log 03.txt").string()) << "an earlier run\n";
     static auto dying = v2::sink::get_dir(pattern, big, big);
     static std::thread dying_thread;
     EXPECT_EQ(v2::sink::get_dir(pattern, 10, 10), dying);
     EXPECT_NE(v2::sink::get_dir((logs / "Log %2N.txt").string(), big, big), dying);
     EXPECT_NE(v2::sink::get_dir(pattern + " ", big, big), dying);
+    source.add_sink(dying);
+    std::string const dying_lines = log_lines(2, "dying ");
+    source.remove_sink(dying);
     v2::impl::get_dir_lookup_hook = [] {
         v2::impl::get_dir_lookup_hook = nullptr;
         std::weak_ptr<v2::sink::base> const watch = dying;
@@ -72,8 +87,12 @@ TEST_F(DirectorySink, OneSinkPerExactPatternWhileItLivesThenASuccessorWithTheNew
     dying_thread.join();
     EXPECT_EQ(v2::sink::get_dir(pattern, big, big), successor);
     source.add_sink(successor);
-    log_lines(3, "a line longer than ten bytes ");
-    EXPECT_EQ(files_in(logs).size(), 3u) << "not one line per file: the sizes of a later call";
+    log_lines(3, "a line longer than ten bytes "); // one a file: the sizes of the later call
+    EXPECT_EQ(files_in(logs),
+              (std::vector<fs::path>{logs / "log 03.txt", logs / "log 04.txt", logs / "log 05.txt",
+                                     logs / "log 06.txt", logs / "log 07.txt"}));
+    EXPECT_EQ(text_in(logs / "log 03.txt", ""), "an earlier run\n");
+    EXPECT_EQ(text_in(logs / "log 04.txt"), dying_lines);
 }
 
 // Refused patterns name themselves and the reason, and touch no file. Without a counter a file
@@ -204,38 +223,10 @@ TEST_F(DirectorySink, AChildForkedWhileThreadsLogCanExec)
     });
 }
 
-// A new sink continues after the highest counter, even while another sink of the directory
-// keeps its collector: no file holds lines of two runs or outgrows the rotation size.
-TEST_F(DirectorySink, ARestartContinuesTheCounterAndNeverMixesRuns)
-{
-    std::ofstream((logs / "log 00.txt").string()) << "first run\n";
-    std::ofstream((logs / "log 03.txt").string()) << "second run\n";
-    auto const keeper = v2::sink::get_dir((logs / "other %2N.txt").string(), big, big);
-    for (auto const* run : {"third run ", "fourth run "}) {
-        auto const sink = v2::sink::get_dir(pattern, 100, big);
-        source.add_sink(sink);
-        log_lines(6, run);
-        source.remove_sink(sink);
-    }
-    EXPECT_EQ(text_in(logs / "log 00.txt", ""), "first run\n");
-    EXPECT_EQ(text_in(logs / "log 03.txt", ""), "second run\n");
-    EXPECT_TRUE(fs::exists(logs / "log 04.txt")) << "the counter went on after 03";
-    for (auto const& file : files_in(logs)) {
-        EXPECT_LE(fs::file_size(file), 100u) << file;
-        EXPECT_FALSE(
-            std::regex_search(text_in(file), std::regex("third[^]*fourth|fourth[^]*third")))
-            << file;
-    }
-}
-
 // A file rotates at the first local midnight after the earliest clock reading since it opened:
 // a clock set back rotates at the first midnight it reaches again, and begins no file itself.
 TEST_F(DirectorySink, RotatesAtTheFirstMidnightAfterTheOpeningOrTheClockGoingBack)
 {
-    static std::time_t now;
-    v2::impl::rotation_clock = [] {
-        return now;
-    };
     source.add_sink(v2::sink::get_dir(pattern, big, big));
     // Each line's local clock, and the files there are once it is written.
     for (auto const& [clock, files] : {std::pair{"2024-05-01 23:59:30", 1u},
@@ -257,9 +248,12 @@ TEST_F(DirectorySink, RotatesAtTheFirstMidnightAfterTheOpeningOrTheClockGoingBac
 
 // Retention runs at the first rotation and deletes the oldest files whatever their names, also
 // those that appeared after the sink started (another process's). Two patterns in one directory
-// share its collector, which keeps the smaller total size.
+// share its collector, which keeps the smaller total size. Links planted at the names the sink
+// takes next are skipped, never written through; retention deletes them, never their targets.
 TEST_F(DirectorySink, RetentionDeletesTheOldestFilesUnderOneBudgetPerDirectory)
 {
+    auto const outside = dir.root / "outside", missing = dir.root / "missing";
+    std::ofstream(outside.string()) << "not a log\n";
     // Name order is the opposite of age, and one of them matches the pattern.
     for (auto const& [name, hours_ago] : {std::pair{"a new", 1}, {"log 50.txt", 2}, {"z old", 3}}) {
         std::ofstream((logs / name).string()) << std::string(1000, 'x');
@@ -267,6 +261,8 @@ TEST_F(DirectorySink, RetentionDeletesTheOldestFilesUnderOneBudgetPerDirectory)
     }
     auto const small = v2::sink::get_dir((logs / "small %2N.txt").string(), 300, 1500);
     source.add_sink(v2::sink::get_dir(pattern, 300, big));
+    fs::create_symlink(outside, logs / "log 51.txt"); // after the sink took stock
+    fs::create_symlink(missing, logs / "log 52.txt");
     log_lines(6, "line ");
     EXPECT_TRUE(fs::exists(logs / "a new"));
     EXPECT_FALSE(fs::exists(logs / "log 50.txt"));
@@ -277,6 +273,9 @@ TEST_F(DirectorySink, RetentionDeletesTheOldestFilesUnderOneBudgetPerDirectory)
     }
     log_lines(60, "a line of the larger budget ");
     EXPECT_LE(text_in(logs, "").size(), 1500u + 300u) << "the kept files and the current one";
+    EXPECT_EQ(text_in(outside, ""), "not a log\n");
+    EXPECT_FALSE(fs::exists(missing));
+    EXPECT_FALSE(fs::is_symlink(logs / "log 51.txt") || fs::is_symlink(logs / "log 52.txt"));
 }
 
 #if defined(__linux__)
@@ -284,15 +283,13 @@ TEST_F(DirectorySink, RetentionDeletesTheOldestFilesUnderOneBudgetPerDirectory)
 // lines stay whole, and once there is space lines go on from a line's start in a new file.
 TEST_F(DirectorySink, AFullDiskIsReportedAndTheSinkRecovers)
 {
-    auto const disk = dir.root / "disk";
-    fs::create_directories(disk);
-    if (::mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=64k") != 0) {
+    if (::mount("tmpfs", logs.c_str(), "tmpfs", 0, "size=64k") != 0) {
         GTEST_SKIP() << "needs root to mount a 64 KiB tmpfs: " << std::strerror(errno);
     }
     std::shared_ptr<void> const unmount(nullptr,
-                                        [&](void*) { ::umount2(disk.c_str(), MNT_DETACH); });
-    std::ofstream((disk / "ballast").string()) << std::string(20000, 'b');
-    source.add_sink(v2::sink::get_dir((disk / "log %2N.txt").string(), big, big));
+                                        [&](void*) { ::umount2(logs.c_str(), MNT_DETACH); });
+    std::ofstream((logs / "ballast").string()) << std::string(20000, 'b');
+    source.add_sink(v2::sink::get_dir(pattern, big, big));
     Strings reported;
     std::string written;
     for (int i = 1000; i < 1600 && reported.size() < 6; ++i) {
@@ -311,17 +308,17 @@ TEST_F(DirectorySink, AFullDiskIsReportedAndTheSinkRecovers)
         written += reported.size() == before ? text + '\n' : "";
     }
     ASSERT_EQ(reported.size(), 6u) << "the disk never filled up";
-    fs::remove(disk / "ballast");
+    fs::remove(logs / "ballast");
     written += log_lines(3, "after ");
     boost::log::core::get()->set_exception_handler({});
     std::string lines;
-    for (auto const& file : files_in(disk)) {
+    for (auto const& file : files_in(logs)) {
         std::string const text = text_in(file);
         lines += text.substr(0, text.rfind('\n') + 1); // a torn last line is a failed call's
     }
     EXPECT_EQ(lines, written);
     for (auto const& report : reported) {
-        EXPECT_NE(report.find(disk.string()), std::string::npos) << report;
+        EXPECT_NE(report.find(logs.string()), std::string::npos) << report;
     }
 }
 #endif
@@ -330,13 +327,6 @@ TEST_F(DirectorySink, AFullDiskIsReportedAndTheSinkRecovers)
 // not lose the line: it is written again into a new file, in the directory made again.
 TEST_F(DirectorySink, ALineWrittenIntoAFileRemovedMeanwhileIsWrittenAgain)
 {
-    static fs::path doomed; // removed, with all it holds, when the clock is next read
-    v2::impl::rotation_clock = [] {
-        if (!doomed.empty()) {
-            fs::remove_all(std::exchange(doomed, {}));
-        }
-        return std::time(nullptr);
-    };
     source.add_sink(v2::sink::get_dir(pattern, big, big));
     for (bool const whole_directory : {false, true}) {
         log_lines(2, "gone ");
@@ -345,29 +335,6 @@ TEST_F(DirectorySink, ALineWrittenIntoAFileRemovedMeanwhileIsWrittenAgain)
         EXPECT_TRUE(doomed.empty()) << "the clock was not read";
         EXPECT_EQ(text_in(logs), kept);
     }
-}
-
-// Symbolic links planted at the names the sink will take next are skipped, never written
-// through, and retention deletes the links, never what they point to.
-TEST_F(DirectorySink, NeverWritesThroughALinkAndRetentionDeletesOnlyTheLink)
-{
-    auto const outside = dir.root / "outside";
-    std::ofstream(outside.string()) << "not a log\n";
-    auto const missing = dir.root / "missing";
-    auto const sink = v2::sink::get_dir(pattern, 30, 100);
-    fs::create_symlink(outside, logs / "log 00.txt"); // planted after the sink took stock
-    fs::create_symlink(missing, logs / "log 02.txt");
-    source.add_sink(sink);
-    std::string const written = log_lines(9, "line ");
-    EXPECT_EQ(text_in(outside, ""), "not a log\n");
-    EXPECT_FALSE(fs::exists(missing));
-    std::string lines;
-    for (auto const& file : files_in(logs)) {
-        EXPECT_FALSE(fs::is_symlink(file)) << file << " was kept, yet it is the oldest";
-        lines += text_in(file);
-    }
-    EXPECT_FALSE(lines.empty());
-    EXPECT_EQ(written.substr(written.size() - lines.size()), lines);
 }
 
 // An open file takes one descriptor, even the last one free; with none free the call reports it
@@ -379,7 +346,7 @@ TEST_F(DirectorySink, OneDescriptorPerFileAndAFailedOpenLeavesNoFile)
 #endif
     rlimit const few{256, 256};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
-    auto const one = v2::sink::get_dir((logs / "one %2N.txt").string(), big, big);
+    source.add_sink(v2::sink::get_dir((logs / "one %2N.txt").string(), big, big));
     auto const two = v2::sink::get_dir((logs / "two %2N.txt").string(), big, big);
     std::vector<int> spent;
     for (int fd; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
@@ -387,7 +354,6 @@ TEST_F(DirectorySink, OneDescriptorPerFileAndAFailedOpenLeavesNoFile)
     }
     ::close(spent.back());
     spent.pop_back();
-    source.add_sink(one);
     std::string const written = log_lines(1, "with the last descriptor ");
     source.add_sink(two);
     auto const what = thrown_text<fs::filesystem_error>([&] { log_lines(1, "with none "); });
