@@ -5,10 +5,9 @@
 #include "log_files.hpp"
 #include "logger_source.hpp"
 
+#include <boost/lexical_cast.hpp>
 #include <boost/log/detail/thread_id.hpp>
 #include <boost/log/utility/exception_handler.hpp>
-
-#include <iomanip>
 
 #include <sys/resource.h>
 #if defined(__linux__)
@@ -105,9 +104,7 @@ TEST_F(DirectorySink, RefusesABadPatternOrDirectoryAndTouchesNothing)
     for (auto const& place : {work, home, dir.root}) {
         fs::create_directories(place / "sub");
         fs::create_directory_symlink(".", place / "here");
-        for (char const* decoy : {"a", "b.log", "c 00.log"}) {
-            std::ofstream((place / decoy).string()) << std::string(1000, 'd');
-        }
+        std::ofstream((place / "decoy 00.log").string()) << std::string(1000, 'd');
     }
     fs::create_directory_symlink(home, work / "home link");
     fs::current_path(work);
@@ -168,8 +165,8 @@ TEST_F(DirectorySink, RefusesABadPatternOrDirectoryAndTouchesNothing)
     EXPECT_TRUE(fs::is_directory(logs));
 }
 
-// The file byte for byte but for the time and thread id. Control characters in a thread name or
-// a domain are escaped, so neither can begin a line or a field.
+// The file byte for byte but for the time and the thread id (in Boost.Log's text form). Control
+// characters in a thread name or a domain are escaped, so neither can begin a line or a field.
 TEST_F(DirectorySink, FileLineLayout)
 {
     source.add_sink(v2::sink::get_dir(pattern, big, big));
@@ -182,16 +179,14 @@ TEST_F(DirectorySink, FileLineLayout)
     v2::log_str(source.get_child_logger("ab\tc"), info, "short");
     v2::set_current_thread_name("");
     v2::log_str(source.get_child_logger("t"), info, "unnamed");
-    std::ostringstream thread_id; // in Boost.Log's own text form
-    thread_id << boost::log::aux::this_thread::get_id();
-    EXPECT_EQ(
-        text_in(logs, R"(\d{4}-\d\d-\d\d (\d\d:){2}\d\d\.\d{3}[+-]\d\d:\d\d\t)" + thread_id.str()),
-        ":main\t[Net.Curl]\tsent\n"
-        ":main\t\tfirst\n\t\t\tsecond\n\t\t\t\n\t\t\tfourth\n"
-        ":x\\n2024-05-01 00:00:00.000+00:00\\t0x1:y\t"
-        "[A\\tb\\r\\.\\n[Forged]\\x01\\x7f\\x1f]\tforged?\n"
-        ":\\x1b\t[ab\\tc]\tshort\n"
-        "\t[t]\tunnamed\n");
+    auto const thread_id = boost::lexical_cast<std::string>(boost::log::aux::this_thread::get_id());
+    EXPECT_EQ(text_in(logs, R"(\d{4}-\d\d-\d\d (\d\d:){2}\d\d\.\d{3}[+-]\d\d:\d\d\t)" + thread_id),
+              ":main\t[Net.Curl]\tsent\n"
+              ":main\t\tfirst\n\t\t\tsecond\n\t\t\t\n\t\t\tfourth\n"
+              ":x\\n2024-05-01 00:00:00.000+00:00\\t0x1:y\t"
+              "[A\\tb\\r\\.\\n[Forged]\\x01\\x7f\\x1f]\tforged?\n"
+              ":\\x1b\t[ab\\tc]\tshort\n"
+              "\t[t]\tunnamed\n");
 }
 
 // A child forked while threads log may find their locks held for good; it can still exec.
@@ -216,9 +211,8 @@ TEST_F(DirectorySink, AChildForkedWhileThreadsLogCanExec)
                 ::_exit(127);
             }
             int status = 0;
-            EXPECT_TRUE(pid > 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
-                        WEXITSTATUS(status) == 7)
-                << status;
+            EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 7) << status;
         }
     });
 }
@@ -238,7 +232,7 @@ TEST_F(DirectorySink, RotatesAtTheFirstMidnightAfterTheOpeningOrTheClockGoingBac
                                        {"2024-04-24 12:00:00", 4u},
                                        {"2024-04-25 00:00:05", 5u}}) {
         std::tm local{};
-        std::istringstream(clock) >> std::get_time(&local, "%Y-%m-%d %H:%M:%S");
+        ::strptime(clock, "%Y-%m-%d %H:%M:%S", &local);
         local.tm_isdst = -1;
         now = std::mktime(&local);
         log_lines(1, "line ");
@@ -246,10 +240,9 @@ TEST_F(DirectorySink, RotatesAtTheFirstMidnightAfterTheOpeningOrTheClockGoingBac
     }
 }
 
-// Retention runs at the first rotation and deletes the oldest files whatever their names, also
-// those that appeared after the sink started (another process's). Two patterns in one directory
-// share its collector, which keeps the smaller total size. Links planted at the names the sink
-// takes next are skipped, never written through; retention deletes them, never their targets.
+// Links planted at the names the sink takes next are skipped, never written through. Retention
+// runs at the first rotation and deletes the oldest files whatever their names, also links (never
+// their targets) and files made after the sink started; two patterns share the smaller budget.
 TEST_F(DirectorySink, RetentionDeletesTheOldestFilesUnderOneBudgetPerDirectory)
 {
     auto const outside = dir.root / "outside", missing = dir.root / "missing";
@@ -265,11 +258,9 @@ TEST_F(DirectorySink, RetentionDeletesTheOldestFilesUnderOneBudgetPerDirectory)
     fs::create_symlink(missing, logs / "log 52.txt");
     log_lines(6, "line ");
     EXPECT_TRUE(fs::exists(logs / "a new"));
-    EXPECT_FALSE(fs::exists(logs / "log 50.txt"));
-    EXPECT_FALSE(fs::exists(logs / "z old"));
+    EXPECT_FALSE(fs::exists(logs / "log 50.txt") || fs::exists(logs / "z old"));
     for (int i = 0; i < 10; ++i) {
-        std::ofstream((logs / ("other process " + std::to_string(i))).string())
-            << std::string(1000, 'x');
+        std::ofstream((logs / ("other " + std::to_string(i))).string()) << std::string(1000, 'x');
     }
     log_lines(60, "a line of the larger budget ");
     EXPECT_LE(text_in(logs, "").size(), 1500u + 300u) << "the kept files and the current one";
@@ -332,7 +323,6 @@ TEST_F(DirectorySink, ALineWrittenIntoAFileRemovedMeanwhileIsWrittenAgain)
         log_lines(2, "gone ");
         doomed = whole_directory ? logs : files_in(logs).back();
         std::string const kept = log_lines(2, "kept ");
-        EXPECT_TRUE(doomed.empty()) << "the clock was not read";
         EXPECT_EQ(text_in(logs), kept);
     }
 }
