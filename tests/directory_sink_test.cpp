@@ -86,7 +86,7 @@ TEST_F(DirectorySink, OneSinkPerExactPatternWhileItLivesThenASuccessorWithTheNew
     dying_thread.join();
     EXPECT_EQ(v2::sink::get_dir(pattern, big, big), successor);
     source.add_sink(successor);
-    log_lines(3, "a line longer than ten bytes "); // one a file: the sizes of the later call
+    log_lines(3, "a line longer than ten bytes "); // a file each: the later call's sizes
     EXPECT_EQ(files_in(logs),
               (std::vector<fs::path>{logs / "log 03.txt", logs / "log 04.txt", logs / "log 05.txt",
                                      logs / "log 06.txt", logs / "log 07.txt"}));
