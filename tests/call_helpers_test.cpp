@@ -22,10 +22,10 @@ namespace {
 
 using namespace vtlog_test;
 
-// Only what is logged is formatted (so a bad format throws only then), its text function once.
-// log_fmt tests the level before it builds its text, so that test must agree with `log`'s: before
-// the start every level is held (levels can be negative), after it the logger's level decides,
-// and a logger outliving its source, started or not, writes nothing and asks for no text.
+// Only what is logged or held is formatted (so a bad format throws only then), a text function
+// once. log_fmt tests the level before it builds its text, and must agree with `log`: before the
+// start every level is held (levels can be negative), after it the logger's level decides, and a
+// logger outliving its source, started or not, writes nothing and asks for no text.
 TEST(CallHelpers, FormatAndTextFunctionRunOnlyForWhatIsLogged)
 {
     capture_sink sink;
@@ -43,7 +43,7 @@ TEST(CallHelpers, FormatAndTextFunctionRunOnlyForWhatIsLogged)
         v2::log_fmt(*unstarted, level(0), "dropped with its source");
         EXPECT_TRUE(l->is_enabled(level(-9)));
         v2::log_fmt(*l, level(-5), "held {}", 1);
-        v2::log_fmt(*l, level(-9), "held {}", 2);
+        v2::log_fmt(*l, level(-9), "held {}", counted_arg{&formatted});
         source.start_logging(level(-6));
         EXPECT_FALSE(l->is_enabled(level(-7)));
         EXPECT_TRUE(l->is_enabled(level(-6)));
@@ -63,11 +63,11 @@ TEST(CallHelpers, FormatAndTextFunctionRunOnlyForWhatIsLogged)
         v2::log_fmt(left, level(100), "finished {}", counted_arg{&formatted});
         left.log(level(100), v2::lazy_text(describe));
     }
-    EXPECT_EQ(formatted, 1);
+    EXPECT_EQ(formatted, 2);
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(unstarted->get_domain(), "unstarted");
     EXPECT_EQ(sink.lines(),
-              (Strings{"[l] held 1", "[l] sent 42 bytes to example (1)",
+              (Strings{"[l] held 1", "[l] sent 42 bytes to example (2)",
                        "[l] 0007|" + std::string(600, 'x'), "[l] built 1", "[l] a literal"}));
 }
 
