@@ -15,44 +15,6 @@ namespace {
 using namespace vtlog_test;
 namespace sinks = boost::log::sinks;
 
-// Logs numbered messages while `more(k)`: each must be written once and in order, or else
-// reported as overlapping the start, never both, and its text asked for once.
-struct numbered_writer {
-    template <class More>
-    void run(v2::logger const& l, More const& more)
-    {
-        prefix = "[" + std::string(l.get_domain()) + "] ";
-        for (int k = 0; more(k); ++k) {
-            seen.push_back(0), asked.push_back(0);
-            auto const what = thrown_text<std::invalid_argument>([&] {
-                l.log(level(0), v2::lazy_text([&] { return ++asked[k], std::to_string(k); }));
-            });
-            if (what != "no exception") {
-                EXPECT_NE(what.find("consume_impl Assertion redo_ptr failed."), std::string::npos)
-                    << what;
-                ++seen[k];
-            }
-        }
-    }
-    void expect_each_written_once(Strings const& lines)
-    {
-        std::vector<int> written;
-        for (auto const& line : lines) {
-            if (line.rfind(prefix, 0) == 0) {
-                written.push_back(std::stoi(line.substr(prefix.size())));
-                ++seen.at(written.back());
-            }
-        }
-        EXPECT_TRUE(std::is_sorted(written.begin(), written.end())) << "out of order";
-        EXPECT_EQ(seen, std::vector<int>(seen.size(), 1))
-            << "lost, repeated, or written and reported";
-        EXPECT_EQ(asked, seen) << "a text asked for other than once";
-    }
-
-    std::string prefix;
-    std::vector<int> seen, asked; // the reports and lines, the text calls of each message
-};
-
 // A second source, running meanwhile, neither sees nor feeds the holding one's sink.
 TEST(LoggerSource, HeldMessagesAreTrimmedAndReplayedInOrderThroughTheLevelsAtTheStart)
 {
@@ -62,41 +24,30 @@ TEST(LoggerSource, HeldMessagesAreTrimmedAndReplayedInOrderThroughTheLevelsAtThe
     other.add_sink(other_sink.handle);
     auto net = source.get_child_logger("net");
     auto db = source.get_child_logger("db");
-    int asked = 0;
-    auto const text = [&asked] {
-        return ++asked, "asked";
-    };
     auto const core = boost::log::core::get();
     v2::log_str(net, level(3), "\n  two\twords \n inside\n\t ");
-    net.log(level(1), v2::lazy_text(text));
     for (auto blank : {std::string_view(" \t\n "), std::string_view(), std::string_view("\0", 1)}) {
         v2::log_str(db, level(9), blank);
     }
     core->set_logging_enabled(false);
     v2::log_str(db, level(9), "held while disabled");
     core->set_logging_enabled(true);
-    std::weak_ptr<v2::logger::data> dropped_node;
-    {
-        auto const dropped = source.get_child_logger("dropped");
-        dropped_node = source.get_data()->root->children.at("dropped");
-        v2::log_str(dropped, level(5), "no handle left");
-    }
+    v2::log_str(source.get_child_logger("dropped"), level(5), "no handle left");
+    auto const& children = source.get_data()->root->children;
+    ASSERT_EQ(children.count("dropped"), 1u) << "the held record owns its node";
+    std::weak_ptr<v2::logger::data> const dropped_node = children.at("dropped");
     v2::log_str(source.get_child_logger("quiet"), level(3), "raised before the start");
     source.set_child_log_level("quiet", level(4));
     other.start_logging(level(0));
     v2::log_str(other.get_child_logger("net"), level(3), "other source");
-    EXPECT_EQ(asked, 1) << "text is taken when held, whatever the level";
-    EXPECT_FALSE(dropped_node.expired()) << "the held record owns its node";
     EXPECT_TRUE(sink.lines().empty());
 
     source.start_logging(level(3));
     EXPECT_TRUE(dropped_node.expired()) << "the replayed record released it";
-    net.log(level(2), v2::lazy_text(text));
     v2::log_str(db, level(3), std::string_view("\0 after \0", 9));
     core->set_logging_enabled(false);
     v2::log_str(db, level(3), "written while disabled");
     core->set_logging_enabled(true);
-    EXPECT_EQ(asked, 1) << "a running source filters before asking for text";
     EXPECT_EQ(sink.lines(),
               (Strings{"[net] two\twords \n inside", "[dropped] no handle left", "[db] after"}));
     EXPECT_EQ(other_sink.lines(), Strings{"[net] other source"});
@@ -105,6 +56,46 @@ TEST(LoggerSource, HeldMessagesAreTrimmedAndReplayedInOrderThroughTheLevelsAtThe
                      "run Assertion c == state::enqueueing");
     EXPECT_EQ(net.get_log_level(), level(4)) << "a second start still sets the root level";
 }
+
+// Logs numbered messages from one thread. Each must be written once and in order, or else be
+// reported as overlapping the start (never both), and its text must be asked for once.
+struct numbered_writer {
+    // Logs the next message; returns how many this writer has logged.
+    int log_next(v2::logger const& l)
+    {
+        auto const k = asked.size();
+        asked.push_back(0);
+        outcomes.emplace_back();
+        auto const what = thrown_text<std::invalid_argument>(
+            [&] { l.log(level(0), v2::lazy_text([&] { return ++asked[k], std::to_string(k); })); });
+        if (what != "no exception") {
+            EXPECT_NE(what.find("consume_impl Assertion redo_ptr failed."), std::string::npos)
+                << what;
+            outcomes[k] += "reported ";
+        }
+        return static_cast<int>(asked.size());
+    }
+    void expect_each_written_once(std::string const& prefix, Strings const& lines)
+    {
+        int last = 0;
+        for (auto const& line : lines) {
+            if (line.rfind(prefix, 0) == 0) {
+                int const k = std::stoi(line.substr(prefix.size()));
+                EXPECT_GE(k, last) << "out of order";
+                last = k;
+                outcomes.at(k) += "written ";
+            }
+        }
+        for (std::size_t k = 0; k < asked.size(); ++k) {
+            EXPECT_TRUE(outcomes[k] == "written " || outcomes[k] == "reported ")
+                << "message " << k << ": " << (outcomes[k].empty() ? "lost" : outcomes[k]);
+            EXPECT_EQ(asked[k], 1) << "text calls of message " << k;
+        }
+    }
+
+    std::vector<int> asked; // per message: its text calls
+    Strings outcomes;       // per message: "written " or "reported ", once
+};
 
 // Threads log numbered messages while the source starts mid-stream. In the first round the replay
 // is slower than the writers (33 sinks): the start returns all the same.
@@ -118,26 +109,25 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
         std::vector<capture_sink> sinks(round == 0 ? 33 : 1);
         std::vector<numbered_writer> writers(threads);
         std::atomic<int> warmed_up{0};
-        std::atomic<bool> started{false}, gave_up{false};
+        std::atomic<bool> started{false};
         auto const give_up = steady::now() + std::chrono::seconds(20);
         start_line first_use{threads + 1};
         std::vector<std::thread> running;
         for (int t = 0; t < threads; ++t) {
             running.emplace_back([&, t] {
                 first_use.arrive_and_wait();
-                int since_start = 0;
-                writers[t].run(source.get_child_logger(std::to_string(t)), [&](int k) {
-                    warmed_up.fetch_add(k == warm_up);
-                    gave_up = gave_up || steady::now() > give_up;
-                    return (since_start += started.load()) <= after_start && !gave_up;
-                });
+                auto const l = source.get_child_logger(std::to_string(t));
+                for (int since_start = 0; since_start <= after_start && steady::now() < give_up;) {
+                    warmed_up += writers[t].log_next(l) == warm_up;
+                    since_start += started;
+                }
             });
         }
         first_use.arrive_and_wait();
         for (auto const& sink : sinks) {
             source.add_sink(sink.handle);
         }
-        while (warmed_up.load() < threads) {
+        while (warmed_up < threads) {
             std::this_thread::yield();
         }
         source.start_logging(level(0));
@@ -145,9 +135,9 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
         for (auto& thread : running) {
             thread.join();
         }
-        EXPECT_FALSE(gave_up) << "start_logging returned only once the writers stopped";
-        for (auto& writer : writers) {
-            writer.expect_each_written_once(sinks[0].lines());
+        EXPECT_TRUE(steady::now() < give_up) << "start_logging returned only once writers stopped";
+        for (int t = 0; t < threads; ++t) {
+            writers[t].expect_each_written_once("[" + std::to_string(t) + "] ", sinks[0].lines());
         }
         ASSERT_FALSE(HasFailure()) << "round " << round;
         if (round == 0) { // the slow first round takes no time from the others
@@ -156,49 +146,45 @@ TEST(LoggerSourceRace, MessagesRacingTheStartAreWrittenExactlyOnce)
     }
 }
 
-// A text function may look up loggers and log through any, its own included, holding or running,
-// while another thread changes the sinks.
+// A text function may look up loggers and log through any, its own included, holding, starting
+// or running, while another thread changes the sinks.
 TEST(LoggerSourceReentry, TextFunctionsMayLookUpLoggersAndLogWhileSinksChange)
 {
     expect_completes_in_child(60, [] {
-        constexpr int rounds = 1000;
-        for (bool started : {false, true}) {
-            v2::logger_source source;
-            capture_sink sink, toggled("toggled");
-            source.add_sink(sink.handle);
-            if (started) {
-                source.start_logging(level(0));
-            }
-            auto net = source.get_child_logger("Net");
-            auto db = source.get_child_logger("Db");
-            start_line start{2};
-            std::thread toggler([&] {
-                start.arrive_and_wait();
-                for (int i = 0; i < rounds; ++i) {
-                    source.add_sink(toggled.handle);
-                    source.remove_sink(toggled.handle);
-                }
-            });
+        constexpr int rounds = 1000; // holding, then as many running
+        v2::logger_source source;
+        capture_sink sink, toggled("toggled");
+        source.add_sink(sink.handle);
+        auto net = source.get_child_logger("Net");
+        std::atomic<bool> done{false};
+        start_line start{2};
+        std::thread toggler([&] {
             start.arrive_and_wait();
-            for (int i = 0; i < rounds; ++i) {
-                net.log(level(1), v2::lazy_text([&] {
-                            v2::log_str(source.get_child_logger("Net.Curl"), level(1), "looked up");
-                            v2::log_str(net.get_child_logger("Tls"), level(1), "child");
-                            v2::log_str(net, level(1), "same logger");
-                            v2::log_str(db, level(1), "elsewhere");
-                            return "outer";
-                        }));
+            while (!done) {
+                source.add_sink(toggled.handle);
+                source.remove_sink(toggled.handle);
             }
-            toggler.join();
-            if (!started) {
+        });
+        start.arrive_and_wait();
+        for (int i = 0; i < 2 * rounds; ++i) {
+            if (i == rounds) {
                 source.start_logging(level(0));
             }
-            auto const lines = sink.lines();
-            ASSERT_EQ(lines.size(), 5u * rounds);
-            EXPECT_EQ(Strings(lines.begin(), lines.begin() + 5),
-                      (Strings{"[Net.Curl] looked up", "[Net.Tls] child", "[Net] same logger",
-                               "[Db] elsewhere", "[Net] outer"}));
+            net.log(level(1), v2::lazy_text([&] {
+                        v2::log_str(source.get_child_logger("Net.Curl"), level(1), "looked up");
+                        v2::log_str(net.get_child_logger("Tls"), level(1), "child");
+                        v2::log_str(net, level(1), "same logger");
+                        return "outer";
+                    }));
         }
+        done = true;
+        toggler.join();
+        auto const lines = sink.lines();
+        Strings const one_round{"[Net.Curl] looked up", "[Net.Tls] child", "[Net] same logger",
+                                "[Net] outer"};
+        ASSERT_EQ(lines.size(), 2 * rounds * one_round.size());
+        EXPECT_EQ(Strings(lines.begin(), lines.begin() + 4), one_round) << "held";
+        EXPECT_EQ(Strings(lines.end() - 4, lines.end()), one_round) << "running";
     });
 }
 
@@ -214,27 +200,25 @@ struct holding_backend : sinks::basic_sink_backend<sinks::concurrent_feeding> {
         while (handle.use_count() > 1) {
             std::this_thread::yield();
         }
-        if (first_line.empty()) { // read by the test once this back end is destroyed
-            first_line = std::string(record[v2::record::channel].get()) + " " +
-                         std::string(record[v2::record::message].get());
+        if (first.lines.empty()) { // read by the test once this back end is destroyed
+            first.consume(record);
         }
     }
 
     inline static std::weak_ptr<v2::sink::base> handle;
     inline static std::atomic<bool> consuming{false};
-    inline static std::string first_line;
+    inline static capture_backend first;
     inline static std::promise<void> destroyed;
 };
-
-// Its queue has a mutex, which ThreadSanitizer follows.
-using holding_sink =
-    sinks::asynchronous_sink<holding_backend,
-                             sinks::bounded_fifo_queue<16, sinks::block_on_overflow>>;
 
 // The sink's feeding thread never ends up waiting for itself, and the record keeps its channel.
 TEST(LoggerSourceLifetime, AsynchronousSinkHoldingRecordsOutlivesTheSource)
 {
     expect_completes_in_child(30, [] {
+        // Its queue has a mutex, which ThreadSanitizer follows.
+        using holding_sink =
+            sinks::asynchronous_sink<holding_backend,
+                                     sinks::bounded_fifo_queue<16, sinks::block_on_overflow>>;
         auto handle = std::make_shared<v2::sink::base>(boost::log::attribute_name("async sink"),
                                                        boost::make_shared<holding_sink>());
         holding_backend::handle = handle;
@@ -242,9 +226,8 @@ TEST(LoggerSourceLifetime, AsynchronousSinkHoldingRecordsOutlivesTheSource)
             v2::logger_source source;
             source.add_sink(handle);
             source.start_logging(level(0));
-            auto l = source.get_child_logger("async");
             for (auto text : {"first", "second", "third"}) {
-                v2::log_str(l, level(0), text);
+                v2::log_str(source.get_child_logger("async"), level(0), text);
             }
         }
         while (!holding_backend::consuming) {
@@ -253,7 +236,7 @@ TEST(LoggerSourceLifetime, AsynchronousSinkHoldingRecordsOutlivesTheSource)
         handle.reset();
         ASSERT_EQ(holding_backend::destroyed.get_future().wait_for(std::chrono::seconds(10)),
                   std::future_status::ready);
-        EXPECT_EQ(holding_backend::first_line, "async first");
+        EXPECT_EQ(holding_backend::first.lines, Strings{"[async] first"});
     });
 }
 

@@ -13,94 +13,27 @@ namespace {
 
 using namespace vtlog_test;
 
-TEST(LoggerTree, DottedPathsNameOneNodePerDomainAndEmptyOnesAreRefused)
+// A dotted path names one node per domain, whatever its extra dots; one of dots only is refused.
+// A set level shields its subtree and pins its node until it is reset.
+TEST(LoggerTree, DottedPathsNameNodesWhoseLevelsAreInheritedUntilSetAndPinnedUntilReset)
 {
     v2::logger_source source;
-    auto dotted = source.get_child_logger("..Network...Curl.");
-    EXPECT_EQ(dotted.get_domain(), "Network.Curl");
-    auto network = source.get_child_logger("Network");
-    EXPECT_EQ(network.get_child_logger(".Curl").get_domain(), "Network.Curl");
-    EXPECT_EQ(network.get_child_logger("").get_domain().data(), network.get_domain().data())
-        << "an empty path names the same node";
-    source.set_child_log_level("Network.Curl", level(7));
-    EXPECT_EQ(dotted.get_log_level(), level(7));
-    EXPECT_EQ(source.get_child_logger("Other.Curl").get_log_level(), level(0))
-        << "the same name under another parent is another node";
-    for (auto const& refused : std::initializer_list<std::function<void()>>{
-             [&] { source.get_child_logger(""); }, [&] { source.get_child_logger("..."); },
-             [&] { source.set_child_log_level("", level(1)); },
-             [&] { source.reset_child_log_level("."); },
-             [&] {
-                 network.get_child_logger("..");
-             }}) {
-        expect_assertion(refused, "VTLog/v2/log",
-                         "make_or_get_descendant Assertion !child_name.empty()");
-    }
-}
-
-TEST(LoggerTreeDeathTest, NullNodeTerminates)
-{
-    EXPECT_DEATH(v2::logger(std::shared_ptr<v2::logger::data>()),
-                 "VTLog/v2/log:[0-9]+:  logger Assertion d failed.");
-}
-
-// Paths are walked without recursion: one past the limit is refused cleanly on a secondary
-// thread's small stack (512 KiB on macOS), and a tree as deep as the limit takes every walk.
-TEST(LoggerTreeDeathTest, DeepPathsAreRefusedCleanlyOnASmallStack)
-{
-    expect_completes_in_child(60, [] {
-        boost::thread::attributes small_stack;
-        small_stack.set_stack_size(512 * 1024);
-        boost::thread worker(small_stack, [] {
-            auto const path = [](std::size_t components) {
-                return boost::algorithm::join(Strings(components, "c"), ".");
-            };
-            v2::logger_source source;
-            capture_sink sink;
-            auto const deepest = source.get_child_logger(path(v2::max_domain_depth));
-            auto const too_deep = path(3000);
-            for (auto const& [call, components] :
-                 std::initializer_list<std::pair<std::function<void()>, std::size_t>>{
-                     {[&] { source.get_child_logger(too_deep); }, 3000},
-                     {[&] { source.set_child_log_level(too_deep, level(1)); }, 3000},
-                     {[&] { source.reset_child_log_level(too_deep); }, 3000},
-                     {[&] { source.get_child_logger("c").get_child_logger(path(2999)); }, 3000},
-                     {[&] { deepest.get_child_logger("one.more"); }, v2::max_domain_depth + 2}}) {
-                EXPECT_EQ(thrown_text<std::invalid_argument>(call),
-                          "the domain would have " + std::to_string(components) +
-                              " components, more than max_domain_depth (" +
-                              std::to_string(v2::max_domain_depth) + ")");
-            }
-            EXPECT_EQ(source.get_data()->pinned_children.size(), 0u) << "nothing was pinned";
-
-            source.add_sink(sink.handle);
-            source.set_child_log_level("c", level(3));
-            v2::log_str(deepest, level(3), "held");
-            source.start_logging(level(1));
-            source.reset_child_log_level("c");
-            EXPECT_EQ(deepest.get_log_level(), level(1));
-            v2::log_str(deepest, level(1), "running");
-            EXPECT_EQ(sink.lines().size(), 2u);
-        });
-        worker.join();
-    });
-}
-
-TEST(LoggerTree, LevelsAreInheritedUntilSetAndPinsLastUntilReset)
-{
-    v2::logger_source source;
-    auto early = source.get_child_logger("app.db");
+    auto early = source.get_child_logger("..app...db.");
+    EXPECT_EQ(early.get_domain().data(), source.get_child_logger("app.db").get_domain().data());
     EXPECT_EQ(early.get_log_level(), level(0)) << "the root starts at 0";
     source.set_child_log_level("app", level(3));
-    auto late = source.get_child_logger("app.net.http");
+    auto const app = source.get_child_logger("app");
+    auto late = app.get_child_logger(".net.http");
+    EXPECT_EQ(late.get_domain(), "app.net.http");
+    EXPECT_EQ(app.get_child_logger("").get_domain().data(), app.get_domain().data());
     EXPECT_EQ(early.get_log_level(), level(3));
     EXPECT_EQ(late.get_log_level(), level(3)) << "a new node starts with its parent's level";
+    EXPECT_EQ(source.get_child_logger("other.db").get_log_level(), level(0)) << "another node";
 
     source.set_child_log_level("app.net", level(5));
     source.start_logging(level(1));
     EXPECT_EQ(early.get_log_level(), level(3)) << "an explicit branch shields its subtree";
     EXPECT_EQ(late.get_log_level(), level(5));
-
     source.reset_child_log_level("app");
     EXPECT_EQ(early.get_log_level(), level(1)) << "follows its parent again";
     EXPECT_EQ(late.get_log_level(), level(5));
@@ -118,6 +51,59 @@ TEST(LoggerTree, LevelsAreInheritedUntilSetAndPinsLastUntilReset)
     EXPECT_EQ(source.get_child_logger("pinned.leaf").get_log_level(), level(1))
         << "a fresh node with the inherited level";
     EXPECT_EQ(children.count("pinned"), 0u) << "the handle was the node's last holder";
+
+    for (auto const& refused : std::initializer_list<std::function<void()>>{
+             [&] { source.get_child_logger(""); }, [&] { source.get_child_logger("..."); },
+             [&] { source.set_child_log_level("", level(1)); },
+             [&] { source.reset_child_log_level("."); },
+             [&] {
+                 app.get_child_logger("..");
+             }}) {
+        expect_assertion(refused, "VTLog/v2/log",
+                         "make_or_get_descendant Assertion !child_name.empty()");
+    }
+}
+
+TEST(LoggerTreeDeathTest, NullNodeTerminates)
+{
+    EXPECT_DEATH(v2::logger(std::shared_ptr<v2::logger::data>()),
+                 "VTLog/v2/log:[0-9]+:  logger Assertion d failed.");
+}
+
+// Paths are walked without recursion: one past the limit is refused cleanly on a secondary
+// thread's small stack (512 KiB on macOS), and a tree as deep as the limit takes every level walk.
+TEST(LoggerTreeDeathTest, DeepPathsAreRefusedCleanlyOnASmallStack)
+{
+    expect_completes_in_child(60, [] {
+        boost::thread::attributes small_stack;
+        small_stack.set_stack_size(512 * 1024);
+        boost::thread worker(small_stack, [] {
+            auto const path = [](std::size_t components) {
+                return boost::algorithm::join(Strings(components, "c"), ".");
+            };
+            v2::logger_source source;
+            auto const deepest = source.get_child_logger(path(v2::max_domain_depth));
+            auto const too_deep = path(3000);
+            for (auto const& [call, components] :
+                 std::initializer_list<std::pair<std::function<void()>, std::size_t>>{
+                     {[&] { source.get_child_logger(too_deep); }, 3000},
+                     {[&] { source.set_child_log_level(too_deep, level(1)); }, 3000},
+                     {[&] { source.reset_child_log_level(too_deep); }, 3000},
+                     {[&] { source.get_child_logger("c").get_child_logger(path(2999)); }, 3000},
+                     {[&] { deepest.get_child_logger("one.more"); }, v2::max_domain_depth + 2}}) {
+                EXPECT_EQ(thrown_text<std::invalid_argument>(call),
+                          "the domain would have " + std::to_string(components) +
+                              " components, more than max_domain_depth (32)");
+            }
+            EXPECT_EQ(source.get_data()->pinned_children.size(), 0u) << "nothing was pinned";
+            source.set_child_log_level("c", level(3));
+            source.start_logging(level(1));
+            EXPECT_EQ(deepest.get_log_level(), level(3));
+            source.reset_child_log_level("c");
+            EXPECT_EQ(deepest.get_log_level(), level(1));
+        });
+        worker.join();
+    });
 }
 
 // Threads make and drop loggers on overlapping paths while others change sinks and levels; then
