@@ -71,7 +71,7 @@ TEST(LoggerTreeDeathTest, NullNodeTerminates)
 }
 
 // Paths are walked without recursion: one past the limit is refused cleanly on a secondary
-// thread's small stack (512 KiB on macOS), and a tree as deep as the limit takes every level walk.
+// thread's small stack (512 KiB on macOS), and a tree as deep as the limit takes every walk.
 TEST(LoggerTreeDeathTest, DeepPathsAreRefusedCleanlyOnASmallStack)
 {
     expect_completes_in_child(60, [] {
@@ -82,6 +82,7 @@ TEST(LoggerTreeDeathTest, DeepPathsAreRefusedCleanlyOnASmallStack)
                 return boost::algorithm::join(Strings(components, "c"), ".");
             };
             v2::logger_source source;
+            capture_sink sink;
             auto const deepest = source.get_child_logger(path(v2::max_domain_depth));
             auto const too_deep = path(3000);
             for (auto const& [call, components] :
@@ -97,6 +98,7 @@ TEST(LoggerTreeDeathTest, DeepPathsAreRefusedCleanlyOnASmallStack)
             }
             EXPECT_EQ(source.get_data()->pinned_children.size(), 0u) << "nothing was pinned";
             source.set_child_log_level("c", level(3));
+            source.add_sink(sink.handle);
             source.start_logging(level(1));
             EXPECT_EQ(deepest.get_log_level(), level(3));
             source.reset_child_log_level("c");
