@@ -1,13 +1,11 @@
 // The public record keywords: what Boost.Log filters, formatters and back ends of users read.
 #include "test_support.hpp"
 
+#include <boost/asio/ip/udp.hpp>
 #include <boost/log/expressions.hpp>
 #include <boost/log/sinks/syslog_backend.hpp>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 namespace {
 
@@ -19,15 +17,12 @@ namespace record = v2::record;
 // One line per record of what the keywords yield while it lives: the message owned (std::string)
 // or viewed, the texts, the level; the time must be real. Once, the sink logs from inside itself:
 // the record it writes keeps its values while its thread logs another.
-class keyword_backend : public sinks::basic_sink_backend<sinks::synchronized_feeding> {
-public:
+struct keyword_backend : sinks::basic_sink_backend<sinks::synchronized_feeding> {
     void consume(boost::log::record_view const& r)
     {
         auto const line = describe(r), time = text(r[record::time_string]);
-        if (inner) {
-            auto const l = *inner;
-            inner.reset();
-            v2::log_str(l, level(9), "logged by the sink");
+        if (auto const l = std::exchange(inner, std::nullopt)) {
+            v2::log_str(*l, level(9), "logged by the sink");
             EXPECT_EQ(describe(r) + text(r[record::time_string]), line + time)
                 << "changed under it";
         }
@@ -61,17 +56,12 @@ public:
 // to a socket on 127.0.0.1 that stands in for the daemon.
 TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
 {
-    int const daemon = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ASSERT_TRUE(daemon >= 0 && ::bind(daemon, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
-                ::getsockname(daemon, reinterpret_cast<sockaddr*>(&address), &length) == 0);
+    boost::asio::io_context io;
+    boost::asio::ip::udp::socket daemon(io, {boost::asio::ip::address_v4::loopback(), 0});
     auto const syslog = boost::make_shared<sinks::syslog_backend>(
         boost::log::keywords::use_impl = sinks::syslog::udp_socket_based,
         boost::log::keywords::facility = sinks::syslog::user);
-    syslog->set_target_address("127.0.0.1", ntohs(address.sin_port));
+    syslog->set_target_address("127.0.0.1", daemon.local_endpoint().port());
     sinks::syslog::custom_severity_mapping<v2::log_level> levels(record::severity.get_name());
     levels[level(3)] = sinks::syslog::error;
     syslog->set_severity_mapper(levels);
@@ -99,12 +89,10 @@ TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
                                        "viewed logged by the sink [inner] <> 9",
                                        "viewed written at once [net.curl] <> 4"}));
 
-    pollfd ready{daemon, POLLIN, 0};
+    pollfd ready{daemon.native_handle(), POLLIN, 0};
     ASSERT_EQ(::poll(&ready, 1, 10000), 1) << "no datagram";
     char buffer[2048];
-    std::string const packet(buffer,
-                             std::max<ssize_t>(::recv(daemon, buffer, sizeof buffer, 0), 0));
-    ::close(daemon);
+    std::string const packet(buffer, daemon.receive(boost::asio::buffer(buffer)));
     // <priority> is facility user (1) * 8 + severity error (3).
     EXPECT_EQ(packet.rfind("<11>", 0), 0u) << packet;
     EXPECT_NE(packet.find("net.curl: held until start"), std::string::npos) << packet;
