@@ -32,13 +32,10 @@ struct keyword_backend : sinks::basic_sink_backend<sinks::synchronized_feeding> 
 
     static std::string describe(boost::log::record_view const& r)
     {
-        bool const owned =
-            r.attribute_values()[record::message.get_name()].get_type().type_info() ==
-            typeid(std::string);
-        auto const severity = r[record::severity];
+        bool const owned = bool(boost::log::extract<std::string>(record::message.get_name(), r));
         return (owned ? "owned " : "viewed ") + text(r[record::message]) + " [" +
                text(r[record::channel]) + "] <" + text(r[record::thread_name]) + "> " +
-               (severity ? std::to_string(static_cast<int>(severity.get())) : "none");
+               std::to_string(static_cast<int>(r[record::severity].get()));
     }
     template <class Value>
     static std::string text(Value const& value)
