@@ -38,7 +38,6 @@ TEST_F(Facade, HeldMessagesWaitThroughRefusedStartsThenReachFileAndStandardOutpu
         EXPECT_NE(what.find(reason), std::string::npos) << directory << ": " << what;
     }
     EXPECT_TRUE(files_in(temp.root).empty());
-    EXPECT_FALSE(Logging::detail2::get_directory_logger());
     config.log_directory = dir.string();
     Logging::start_logging(config);
     v2::log_str(Logging::get_logger("Quiet.Part"), level(3), "too low");

@@ -56,8 +56,7 @@ TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
     boost::asio::io_context io;
     boost::asio::ip::udp::socket daemon(io, {boost::asio::ip::address_v4::loopback(), 0});
     auto const syslog = boost::make_shared<sinks::syslog_backend>(
-        boost::log::keywords::use_impl = sinks::syslog::udp_socket_based,
-        boost::log::keywords::facility = sinks::syslog::user);
+        boost::log::keywords::use_impl = sinks::syslog::udp_socket_based);
     syslog->set_target_address("127.0.0.1", daemon.local_endpoint().port());
     sinks::syslog::custom_severity_mapping<v2::log_level> levels(record::severity.get_name());
     levels[level(3)] = sinks::syslog::error;
@@ -75,14 +74,12 @@ TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
     source.add_sink(
         std::make_shared<v2::sink::base>(boost::log::attribute_name("syslog"), to_syslog));
     auto const l = source.get_child_logger("net.curl");
-    v2::set_current_thread_name("main");
     v2::log_str(l, level(3), "  held until start\n");
-    v2::set_current_thread_name("");
     source.start_logging(level(2));
     v2::log_str(l, level(2), "below the sink's filter");
     backend->inner = source.get_child_logger("inner");
     v2::log_str(l, level(4), "written at once");
-    EXPECT_EQ(backend->lines, (Strings{"owned held until start [net.curl] <main> 3",
+    EXPECT_EQ(backend->lines, (Strings{"owned held until start [net.curl] <> 3",
                                        "viewed logged by the sink [inner] <> 9",
                                        "viewed written at once [net.curl] <> 4"}));
 
@@ -90,7 +87,7 @@ TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
     ASSERT_EQ(::poll(&ready, 1, 10000), 1) << "no datagram";
     char buffer[2048];
     std::string const packet(buffer, daemon.receive(boost::asio::buffer(buffer)));
-    // <priority> is facility user (1) * 8 + severity error (3).
+    // <priority> is the default facility, user (1), * 8 + severity error (3).
     EXPECT_EQ(packet.rfind("<11>", 0), 0u) << packet;
     EXPECT_NE(packet.find("net.curl: held until start"), std::string::npos) << packet;
 }

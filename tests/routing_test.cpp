@@ -132,9 +132,6 @@ TEST_F(Routing, MarkersAddedAsThreadOrGlobalAttributesRouteLibraryRecords)
             << round;
         source.remove_sink(attached.handle);
     }
-    for (auto const& other : crowd) {
-        EXPECT_TRUE(other.lines().empty());
-    }
 }
 
 } // namespace
