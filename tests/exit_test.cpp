@@ -11,10 +11,9 @@ using namespace vtlog_test;
 std::string handler_pattern; // of the directory sink that the child's exit handler looks up
 
 // The child: threads log through the façade's source (into `log_directory` if given) and an
-// application's own, both destroyed at exit, look loggers and sinks up, change levels and name
-// themselves, and the process exits while they run. The exit handler registered first runs last,
-// after the statics built later are destroyed: it must still find the directory sinks and the
-// default directory working, or the child ends with status 3.
+// application's own, both destroyed at exit, as the process exits. The exit handler registered
+// first runs last, after the statics built later are destroyed: it must still find get_dir and
+// GetDefaultLogDir working, or the child ends with status 3.
 [[noreturn]] void log_while_exiting(int threads, char const* log_directory)
 {
     boost::log::core::get(); // built before the handler, so destroyed after it runs

@@ -9,23 +9,18 @@ namespace {
 namespace Logging = VT::Logging;
 using namespace vtlog_test;
 
-// A log directory in a fresh temporary one, standard output captured, and a configuration for
-// both whose files rotate after a few lines.
-struct Facade : ::testing::Test {
+// The working or the home directory, however spelled (an empty directory is the default with
+// HOME unset), is refused, and what was held waits for a start with a usable directory. A file
+// added to the directory then (not before) joins its retention.
+TEST(Facade, HeldMessagesWaitThroughRefusedStartsThenReachFileAndStandardOutput)
+{
     temp_dir temp;
     fs::path const dir = temp.root / "logs";
-    Logging::LogConfig config{level(2), {}, dir.string(), 3000, 1000};
+    Logging::LogConfig config{level(2), {{"Quiet", level(4)}}, dir.string(), 3000, 1000};
     stream_capture<std::cout> out;
-};
-
-// The working or the home directory, however spelled (an empty directory is the default with
-// HOME unset), is refused, and what was held waits for a start with a usable directory.
-TEST_F(Facade, HeldMessagesWaitThroughRefusedStartsThenReachFileAndStandardOutput)
-{
     v2::log_str(Logging::get_logger("Network.Curl"), level(3), "held and shown");
     v2::log_str(Logging::get_logger("Network.Curl"), level(1), "held and dropped");
     v2::log_str(Logging::get_global_logger(), level(4), "global");
-    config.domain_levels["Quiet"] = level(4);
     fs::current_path(temp.root);
     ::setenv("HOME", (temp.root / "home").c_str(), 1);
     for (auto const& [directory, reason] :
@@ -38,6 +33,8 @@ TEST_F(Facade, HeldMessagesWaitThroughRefusedStartsThenReachFileAndStandardOutpu
         EXPECT_NE(what.find(reason), std::string::npos) << directory << ": " << what;
     }
     EXPECT_TRUE(files_in(temp.root).empty());
+    expect_assertion([] { Logging::detail2::add_log_file("/nonexistent"); }, "VTLog/VTLog",
+                     "add_log_file Assertion wrapper_logger");
     config.log_directory = dir.string();
     Logging::start_logging(config);
     v2::log_str(Logging::get_logger("Quiet.Part"), level(3), "too low");
@@ -55,6 +52,16 @@ TEST_F(Facade, HeldMessagesWaitThroughRefusedStartsThenReachFileAndStandardOutpu
                   Logging::detail2::get_directory_logger(), v2::sink::get_stdout()}));
     expect_assertion([&] { Logging::start_logging(config); }, "VTLog/v2/log",
                      "run Assertion c == state::enqueueing");
+
+    auto const extra = temp.root / "report.txt", stored = dir / "report.txt";
+    std::ofstream(extra.string()) << std::string(1500, 'x');
+    Logging::detail2::add_log_file(extra);
+    EXPECT_TRUE(!fs::exists(extra) && fs::exists(stored));
+    // Lines enough to rotate several times: the added file, the oldest, goes first.
+    for (int i = 0; i < 60; ++i) {
+        v2::log_str(Logging::get_logger("Fill"), level(2), std::string(100, 'm'));
+    }
+    EXPECT_FALSE(fs::exists(stored));
 }
 
 TEST(FacadeSource, TwoArgumentStartInstallsTheGivenSourceAndNoSink)
@@ -91,22 +98,6 @@ TEST(FacadeDefaultDir, FollowsHomeAtTheFirstCallOnly)
         });
     }
     EXPECT_EQ((VT::filesystem::path("logs") / "/abs").string(), "/abs") << "as std::filesystem";
-}
-
-TEST_F(Facade, AddedFileJoinsTheDirectoryAndItsRetention)
-{
-    expect_assertion([] { Logging::detail2::add_log_file("/nonexistent"); }, "VTLog/VTLog",
-                     "add_log_file Assertion wrapper_logger");
-    Logging::start_logging(config);
-    auto const extra = temp.root / "report.txt", stored = dir / "report.txt";
-    std::ofstream(extra.string()) << std::string(1500, 'x');
-    Logging::detail2::add_log_file(extra);
-    EXPECT_TRUE(!fs::exists(extra) && fs::exists(stored));
-    // Lines enough to rotate several times: the added file, the oldest, goes first.
-    for (int i = 0; i < 60; ++i) {
-        v2::log_str(Logging::get_logger("Fill"), level(2), std::string(100, 'm'));
-    }
-    EXPECT_FALSE(fs::exists(stored));
 }
 
 } // namespace

@@ -14,9 +14,8 @@ namespace expr = boost::log::expressions;
 namespace sinks = boost::log::sinks;
 namespace record = v2::record;
 
-// One line per record of what the keywords yield while it lives: the message owned (std::string)
-// or viewed, the texts, the level; the time must be real. Once, the sink logs from inside itself:
-// the record it writes keeps its values while its thread logs another.
+// One line per record of what the keywords read: the message owned or viewed, texts, level; the
+// time must be real. Once the sink logs from inside itself: the record's values must not change.
 struct keyword_backend : sinks::basic_sink_backend<sinks::synchronized_feeding> {
     void consume(boost::log::record_view const& r)
     {
@@ -47,10 +46,9 @@ struct keyword_backend : sinks::basic_sink_backend<sinks::synchronized_feeding> 
     std::vector<std::string> lines;
 };
 
-// A written record views the caller's text, a held one owns a copy: both read back the same
-// through the keywords, as does a record logged from inside the sink, and a sink's filter tests
-// the severity keyword. A syslog back end over UDP, formatted and mapped with the keywords, sends
-// to a socket on 127.0.0.1 that stands in for the daemon.
+// Held records own their text, written ones view it: all read back through the keywords, also one
+// logged from inside the sink; a sink's filter tests the severity keyword. A syslog back end over
+// UDP, formatted and mapped with the keywords, sends to a socket on 127.0.0.1 (the daemon).
 TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
 {
     boost::asio::io_context io;

@@ -25,10 +25,9 @@ struct Routing : ::testing::Test {
     capture_sink sink;
 };
 
-// A sink receives the records of every logger of its source, made before or after it was
-// attached, until it is removed; records without its marker never reach it. A record carrying
-// the marker does, whoever made it: a directory sink writes the fields it lacks empty. Null sinks
-// are refused and change nothing.
+// A sink gets the records of its source's loggers, old or new, until it is removed, and any record
+// with its marker, whoever made it (missing fields written empty); no others. Null sinks are
+// refused and change nothing.
 TEST_F(Routing, LoggersFeedTheSinksAttachedWhileTheyLog)
 {
     temp_dir dir;
@@ -59,10 +58,9 @@ TEST_F(Routing, LoggersFeedTheSinksAttachedWhileTheyLog)
     EXPECT_EQ(text_in(dir.root), "marked\n") << "the domain field empty, its tabs kept";
 }
 
-// Markers are named by the sink and counted per tree: every handle of a name carried by a tree is
-// fed; detaching one source (twice) or finishing another leaves it fed by the rest; a holding
-// tree feeds it at its start; removing any handle of the name unmarks that tree. A dropped
-// handle's sink is out of the core.
+// Markers are named by the sink and counted per tree: every handle of a carried name is fed;
+// detaching one source (twice) or finishing another leaves it fed by the rest; a holding tree
+// feeds it at its start; removing any handle of the name unmarks the tree; a dropped one gets none.
 TEST_F(Routing, EveryHandleOfANameIsFedByTheTreesCarryingIt)
 {
     capture_sink attached_twin, unattached_twin, dropped;
