@@ -14,6 +14,11 @@ namespace expr = boost::log::expressions;
 namespace sinks = boost::log::sinks;
 namespace record = v2::record;
 
+// The text a keyword reads from a record, if any.
+auto const text = [](auto const& value) -> std::string {
+    return value ? std::string(value.get()) : "<missing>";
+};
+
 // One line per record of what the keywords read: the message owned or viewed, texts, level; the
 // time must be real. Once the sink logs from inside itself: the record's values must not change.
 struct keyword_backend : sinks::basic_sink_backend<sinks::synchronized_feeding> {
@@ -35,11 +40,6 @@ struct keyword_backend : sinks::basic_sink_backend<sinks::synchronized_feeding> 
         return (owned ? "owned " : "viewed ") + text(r[record::message]) + " [" +
                text(r[record::channel]) + "] <" + text(r[record::thread_name]) + "> " +
                std::to_string(static_cast<int>(r[record::severity].get()));
-    }
-    template <class Value>
-    static std::string text(Value const& value)
-    {
-        return value ? std::string(value.get()) : std::string("<missing>");
     }
 
     std::optional<v2::logger> inner; // the logger the sink logs through once
