@@ -42,7 +42,7 @@ struct attributes_backend : bl::sinks::basic_sink_backend<bl::sinks::synchronize
 using attributes_sink = bl::sinks::synchronous_sink<attributes_backend>;
 
 // Milliseconds are truncated; an unknown offset or one of a day or more shows as -00:00; no time
-// (no source yet) or one out of range shows the fallback text; offsets of 100 hours take printf.
+// (no source yet) or one out of range shows the fallback text; offsets from 100 hours take printf.
 TEST(RecordAttributes, TimeTextIsTruncatedLocalTimeWithItsOffset)
 {
     ptime const utc(date(2024, 5, 1), hours(23) + minutes(59) + seconds(59) + microseconds(999999));
