@@ -1,11 +1,13 @@
 // The public record keywords: what Boost.Log filters, formatters and back ends of users read.
 #include "test_support.hpp"
 
-#include <boost/asio/ip/udp.hpp>
 #include <boost/log/expressions.hpp>
 #include <boost/log/sinks/syslog_backend.hpp>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 namespace {
 
@@ -51,11 +53,16 @@ struct keyword_backend : sinks::basic_sink_backend<sinks::synchronized_feeding> 
 // UDP, formatted and mapped with the keywords, sends to a socket on 127.0.0.1 (the daemon).
 TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
 {
-    boost::asio::io_context io;
-    boost::asio::ip::udp::socket daemon(io, {boost::asio::ip::address_v4::loopback(), 0});
+    int const daemon = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ASSERT_TRUE(daemon >= 0 && ::bind(daemon, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+                ::getsockname(daemon, reinterpret_cast<sockaddr*>(&address), &length) == 0);
     auto const syslog = boost::make_shared<sinks::syslog_backend>(
         boost::log::keywords::use_impl = sinks::syslog::udp_socket_based);
-    syslog->set_target_address("127.0.0.1", daemon.local_endpoint().port());
+    syslog->set_target_address("127.0.0.1", ntohs(address.sin_port));
     sinks::syslog::custom_severity_mapping<v2::log_level> levels(record::severity.get_name());
     levels[level(3)] = sinks::syslog::error;
     syslog->set_severity_mapper(levels);
@@ -81,10 +88,12 @@ TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
                                        "viewed logged by the sink [inner] <> 9",
                                        "viewed written at once [net.curl] <> 4"}));
 
-    pollfd ready{daemon.native_handle(), POLLIN, 0};
+    pollfd ready{daemon, POLLIN, 0};
     ASSERT_EQ(::poll(&ready, 1, 10000), 1) << "no datagram";
     char buffer[2048];
-    std::string const packet(buffer, daemon.receive(boost::asio::buffer(buffer)));
+    std::string const packet(buffer,
+                             std::max<ssize_t>(::recv(daemon, buffer, sizeof buffer, 0), 0));
+    ::close(daemon);
     // <priority> is the default facility, user (1), * 8 + severity error (3).
     EXPECT_EQ(packet.rfind("<11>", 0), 0u) << packet;
     EXPECT_NE(packet.find("net.curl: held until start"), std::string::npos) << packet;

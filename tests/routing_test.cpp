@@ -92,8 +92,7 @@ TEST_F(Routing, EveryHandleOfANameIsFedByTheTreesCarryingIt)
 }
 
 // Markers added as thread or global attributes route library records, marked or not, with few
-// sinks (each searches the record) and with many (the last ones read a summary of its names). A
-// caller's record opened inside a sink's filter is routed by its own markers, not that summary.
+// sinks (each searches the record) and with many (the last ones read a summary of its names).
 TEST_F(Routing, MarkersAddedAsThreadOrGlobalAttributesRouteLibraryRecords)
 {
     v2::logger_source bare;
@@ -108,12 +107,6 @@ TEST_F(Routing, MarkersAddedAsThreadOrGlobalAttributesRouteLibraryRecords)
         crowd.resize(round == "many" ? 20 : 0);
         capture_sink attached("attached " + round), target("target " + round);
         source.add_sink(attached.handle);
-        attached.frontend->set_filter([&, opened = false](auto const&) mutable {
-            if (!std::exchange(opened, true)) {
-                log_as_caller("nested", {target.handle->name});
-            }
-            return true;
-        });
         log_both("unmarked");
         auto const thread_marker = core->add_thread_attribute(target.handle->name, marker).first;
         log_both("thread");
@@ -122,14 +115,32 @@ TEST_F(Routing, MarkersAddedAsThreadOrGlobalAttributesRouteLibraryRecords)
         log_both("global");
         core->remove_global_attribute(global_marker);
         log_both("unmarked again");
-        EXPECT_EQ(target.lines(), (Strings{"nested", "[marked] thread", "[bare] thread",
-                                           "[marked] global", "[bare] global"}))
+        EXPECT_EQ(target.lines(),
+                  (Strings{"[marked] thread", "[bare] thread", "[marked] global", "[bare] global"}))
             << round;
         EXPECT_EQ(attached.lines(), (Strings{"[marked] unmarked", "[marked] thread",
                                              "[marked] global", "[marked] unmarked again"}))
             << round;
         source.remove_sink(attached.handle);
     }
+}
+
+// A record opened while another is routed on the same thread is routed by its own markers, not by
+// the summary of the other's names that the sinks asked last (after a crowd) read.
+TEST_F(Routing, ARecordOpenedInsideAnothersFilterIsRoutedByItsOwnMarkers)
+{
+    std::vector<capture_sink> crowd(20);
+    capture_sink outer("outer"), nested("nested");
+    source.add_sink(outer.handle);
+    outer.frontend->set_filter([&, opened = false](auto const&) mutable {
+        if (!std::exchange(opened, true)) {
+            log_as_caller("inner", {nested.handle->name});
+        }
+        return true;
+    });
+    v2::log_str(source.get_child_logger("l"), level(0), "outer");
+    EXPECT_EQ(outer.lines(), Strings{"[l] outer"});
+    EXPECT_EQ(nested.lines(), Strings{"inner"});
 }
 
 } // namespace
