@@ -8,19 +8,32 @@ namespace {
 
 using namespace vtlog_test;
 
+std::string handler_pattern; // of the directory sink that the child's exit handler looks up
+
 // The child: threads log through the façade's source (into `log_directory` if given) and an
-// application's own, both destroyed at exit, look loggers and sinks up, change levels and name
-// themselves, and the process exits while they run.
+// application's own, both destroyed at exit, as the process exits. The exit handler registered
+// first runs last, after the statics built later are destroyed: it must still find get_dir and
+// GetDefaultLogDir working, or the child ends with status 3.
 [[noreturn]] void log_while_exiting(int threads, char const* log_directory)
 {
+    boost::log::core::get(); // built before the handler, so destroyed after it runs
+    std::atexit([] {
+        if (v2::sink::get_dir(handler_pattern, 1 << 20, 1 << 20) !=
+                v2::sink::get_dir(handler_pattern, 1, 1) ||
+            VT::Logging::GetDefaultLogDir().string() != "/home/at exit/Library/Logs/Vantorel") {
+            std::_Exit(3);
+        }
+    });
+    ::setenv("HOME", "/home/at exit", 1);
+    (void)VT::Logging::GetDefaultLogDir();
+    (void)v2::sink::get_dir(handler_pattern, 1 << 20, 1 << 20);
     static v2::logger_source app_source;
     int const null_output = ::open("/dev/null", O_WRONLY);
     ::dup2(null_output, STDOUT_FILENO);
     ::dup2(null_output, STDERR_FILENO);
     auto& facade = VT::Logging::get_logger_source();
     if (log_directory) {
-        VT::Logging::start_logging(VT::Logging::LogConfig{
-            level(0), {}, VT::filesystem::path(log_directory), 1 << 20, 1 << 16});
+        VT::Logging::start_logging({level(0), {}, log_directory, 1 << 20, 1 << 16});
     } else {
         facade.add_sink(v2::sink::get_stdout());
         facade.start_logging(level(0));
@@ -53,7 +66,8 @@ using namespace vtlog_test;
 
 TEST(ExitStress, ThreadsLoggingWhileMainReturnsNeverCrashTheProcess)
 {
-    temp_dir const directory;
+    temp_dir const directory, handler_directory;
+    handler_pattern = (handler_directory.root / "exit %2N.log").string();
     auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     int runs = 0;
     for (; runs < 2000 && std::chrono::steady_clock::now() < end; ++runs) {
@@ -68,31 +82,6 @@ TEST(ExitStress, ThreadsLoggingWhileMainReturnsNeverCrashTheProcess)
             << "run " << runs << ": wait status " << status;
     }
     RecordProperty("runs", runs);
-}
-
-// An exit handler runs after the statics built after it was registered are destroyed. One
-// registered before the first get_dir and GetDefaultLogDir still finds both working.
-TEST(ExitDeathTest, HandlersFindTheDirectorySinksAndTheDefaultDirectory)
-{
-    temp_dir const directory;
-    static std::string pattern;
-    pattern = (directory.root / "exit %2N.log").string();
-    EXPECT_EXIT(
-        {
-            boost::log::core::get();
-            std::atexit([] {
-                auto const sink = v2::sink::get_dir(pattern, 1 << 20, 1 << 20);
-                bool const found = sink == v2::sink::get_dir(pattern, 1, 1) &&
-                                   VT::Logging::GetDefaultLogDir().string() ==
-                                       "/home/at exit/Library/Logs/Vantorel";
-                std::_Exit(found ? 0 : 1);
-            });
-            ::setenv("HOME", "/home/at exit", 1);
-            (void)VT::Logging::GetDefaultLogDir();
-            (void)v2::sink::get_dir(pattern, 1 << 20, 1 << 20);
-            std::exit(0);
-        },
-        ::testing::ExitedWithCode(0), "");
 }
 
 } // namespace

@@ -16,18 +16,19 @@ namespace expr = boost::log::expressions;
 namespace sinks = boost::log::sinks;
 namespace record = v2::record;
 
-// One line per record of what the keywords yield while it lives: the message owned (std::string)
-// or viewed, the texts, the level; the time must be real. Once, the sink logs from inside itself:
-// the record it writes keeps its values while its thread logs another.
-class keyword_backend : public sinks::basic_sink_backend<sinks::synchronized_feeding> {
-public:
+// The text a keyword reads from a record, if any.
+auto const text = [](auto const& value) -> std::string {
+    return value ? std::string(value.get()) : "<missing>";
+};
+
+// One line per record of what the keywords read: the message owned or viewed, texts, level; the
+// time must be real. Once the sink logs from inside itself: the record's values must not change.
+struct keyword_backend : sinks::basic_sink_backend<sinks::synchronized_feeding> {
     void consume(boost::log::record_view const& r)
     {
         auto const line = describe(r), time = text(r[record::time_string]);
-        if (inner) {
-            auto const l = *inner;
-            inner.reset();
-            v2::log_str(l, level(9), "logged by the sink");
+        if (auto const l = std::exchange(inner, std::nullopt)) {
+            v2::log_str(*l, level(9), "logged by the sink");
             EXPECT_EQ(describe(r) + text(r[record::time_string]), line + time)
                 << "changed under it";
         }
@@ -37,28 +38,19 @@ public:
 
     static std::string describe(boost::log::record_view const& r)
     {
-        bool const owned =
-            r.attribute_values()[record::message.get_name()].get_type().type_info() ==
-            typeid(std::string);
-        auto const severity = r[record::severity];
+        bool const owned = bool(boost::log::extract<std::string>(record::message.get_name(), r));
         return (owned ? "owned " : "viewed ") + text(r[record::message]) + " [" +
                text(r[record::channel]) + "] <" + text(r[record::thread_name]) + "> " +
-               (severity ? std::to_string(static_cast<int>(severity.get())) : "none");
-    }
-    template <class Value>
-    static std::string text(Value const& value)
-    {
-        return value ? std::string(value.get()) : std::string("<missing>");
+               std::to_string(static_cast<int>(r[record::severity].get()));
     }
 
     std::optional<v2::logger> inner; // the logger the sink logs through once
     std::vector<std::string> lines;
 };
 
-// A written record views the caller's text, a held one owns a copy: both read back the same
-// through the keywords, as does a record logged from inside the sink, and a sink's filter tests
-// the severity keyword. A syslog back end over UDP, formatted and mapped with the keywords, sends
-// to a socket on 127.0.0.1 that stands in for the daemon.
+// Held records own their text, written ones view it: all read back through the keywords, also one
+// logged from inside the sink; a sink's filter tests the severity keyword. A syslog back end over
+// UDP, formatted and mapped with the keywords, sends to a socket on 127.0.0.1 (the daemon).
 TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
 {
     int const daemon = ::socket(AF_INET, SOCK_DGRAM, 0);
@@ -69,8 +61,7 @@ TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
     ASSERT_TRUE(daemon >= 0 && ::bind(daemon, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
                 ::getsockname(daemon, reinterpret_cast<sockaddr*>(&address), &length) == 0);
     auto const syslog = boost::make_shared<sinks::syslog_backend>(
-        boost::log::keywords::use_impl = sinks::syslog::udp_socket_based,
-        boost::log::keywords::facility = sinks::syslog::user);
+        boost::log::keywords::use_impl = sinks::syslog::udp_socket_based);
     syslog->set_target_address("127.0.0.1", ntohs(address.sin_port));
     sinks::syslog::custom_severity_mapping<v2::log_level> levels(record::severity.get_name());
     levels[level(3)] = sinks::syslog::error;
@@ -88,14 +79,12 @@ TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
     source.add_sink(
         std::make_shared<v2::sink::base>(boost::log::attribute_name("syslog"), to_syslog));
     auto const l = source.get_child_logger("net.curl");
-    v2::set_current_thread_name("main");
     v2::log_str(l, level(3), "  held until start\n");
-    v2::set_current_thread_name("");
     source.start_logging(level(2));
     v2::log_str(l, level(2), "below the sink's filter");
     backend->inner = source.get_child_logger("inner");
     v2::log_str(l, level(4), "written at once");
-    EXPECT_EQ(backend->lines, (Strings{"owned held until start [net.curl] <main> 3",
+    EXPECT_EQ(backend->lines, (Strings{"owned held until start [net.curl] <> 3",
                                        "viewed logged by the sink [inner] <> 9",
                                        "viewed written at once [net.curl] <> 4"}));
 
@@ -105,7 +94,7 @@ TEST(RecordKeywords, HeldWrittenAndNestedRecordsReadBackAndReachSyslog)
     std::string const packet(buffer,
                              std::max<ssize_t>(::recv(daemon, buffer, sizeof buffer, 0), 0));
     ::close(daemon);
-    // <priority> is facility user (1) * 8 + severity error (3).
+    // <priority> is the default facility, user (1), * 8 + severity error (3).
     EXPECT_EQ(packet.rfind("<11>", 0), 0u) << packet;
     EXPECT_NE(packet.find("net.curl: held until start"), std::string::npos) << packet;
 }
