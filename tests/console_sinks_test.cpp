@@ -23,14 +23,7 @@ TEST(ConsoleSinks, DomainThenMessageEndingInOneNewlineFlushedPerRecord)
 
     // Records made outside any tree, straight into the core, carrying the marker.
     for (char const* message : {"two\n  lines\n", ""}) { // raw: loggers trim and never log ""
-        using text = boost::log::attributes::constant<std::string_view>;
-        boost::log::attribute_set set;
-        set.insert("stderr sink", vtlog_test::marker);
-        set.insert("Channel", text("a.b"));
-        set.insert("ggmessage", text(message));
-        auto record = boost::log::core::get()->open_record(set);
-        ASSERT_TRUE(record);
-        boost::log::core::get()->push_record(std::move(record));
+        vtlog_test::log_as_caller(message, {sink::get_stderr()->name}, "a.b");
     }
     EXPECT_EQ(err.str(), "[a.b] two\n  lines\n[a.b] \n");
 }

@@ -7,18 +7,6 @@ namespace {
 
 using namespace vtlog_test;
 
-// Pushes a record of a caller's own Boost.Log logger: the message `text` and the markers named.
-void log_as_caller(std::string_view text, std::initializer_list<boost::log::attribute_name> markers)
-{
-    boost::log::attribute_set attributes;
-    attributes.insert(v2::record::message.get_name(),
-                      boost::log::attributes::constant<std::string_view>(text));
-    for (auto const& name : markers) {
-        attributes.insert(name, marker);
-    }
-    push_record(attributes);
-}
-
 struct Routing : ::testing::Test {
     Routing() { source.start_logging(level(0)); }
     v2::logger_source source;

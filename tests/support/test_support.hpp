@@ -69,6 +69,26 @@ struct capture_sink {
 
 inline boost::log::attributes::constant<v2::sink::is_sink> const marker(v2::sink::is_sink{});
 
+// Pushes a record as a caller's own Boost.Log logger would: the message `text`, the markers named
+// and, if given, a channel.
+inline void log_as_caller(std::string_view text,
+                          std::initializer_list<boost::log::attribute_name> markers,
+                          std::optional<std::string_view> channel = {})
+{
+    using text_value = boost::log::attributes::constant<std::string_view>;
+    boost::log::attribute_set attributes;
+    attributes.insert(v2::record::message.get_name(), text_value(text));
+    if (channel) {
+        attributes.insert(v2::record::channel.get_name(), text_value(*channel));
+    }
+    for (auto const& name : markers) {
+        attributes.insert(name, marker);
+    }
+    if (auto record = boost::log::core::get()->open_record(attributes)) {
+        boost::log::core::get()->push_record(std::move(record));
+    }
+}
+
 // Takes over the output of `stream` until destroyed, counting its flushes.
 template <std::ostream& stream>
 struct stream_capture : std::stringbuf {
