@@ -1,4 +1,4 @@
-// Routing: sink handles, markers on the tree, and which records reach which sink.
+// Sinks: the console line, sink handles, markers on the tree, and which records reach which sink.
 #include "test_support.hpp"
 
 #include "logger_source.hpp"
@@ -12,6 +12,26 @@ struct Routing : ::testing::Test {
     v2::logger_source source;
     capture_sink sink;
 };
+
+// The console line, byte for byte: the domain, then the message ending in one newline.
+TEST_F(Routing, ConsoleLinesAreTheDomainThenTheMessageEndingInOneNewlineFlushedPerRecord)
+{
+    EXPECT_EQ(v2::sink::get_stdout(), v2::sink::get_stdout());
+    EXPECT_NE(v2::sink::get_stdout(), v2::sink::get_stderr());
+    stream_capture<std::cout> out;
+    stream_capture<std::cerr> err;
+    source.add_sink(v2::sink::get_stdout());
+    v2::log_str(source.get_child_logger("Network.Curl"), level(0), "connected");
+    v2::log_str(v2::logger(source.get_data()->root), level(0), "from the root");
+    EXPECT_EQ(out.str(), "[Network.Curl] connected\nfrom the root\n");
+    EXPECT_EQ(out.flushes, 2);
+
+    // Records made outside any tree, straight into the core, carrying the marker.
+    for (char const* message : {"two\n  lines\n", ""}) { // raw: loggers trim and never log ""
+        log_as_caller(message, {v2::sink::get_stderr()->name}, "a.b");
+    }
+    EXPECT_EQ(err.str(), "[a.b] two\n  lines\n[a.b] \n");
+}
 
 // A sink gets the records of its source's loggers, old or new, until it is removed, and any record
 // with its marker, whoever made it (missing fields written empty); no others. Null sinks are
